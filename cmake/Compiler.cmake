@@ -1,0 +1,44 @@
+# SPDX-FileCopyrightText: The hoist authors
+# SPDX-License-Identifier: Apache-2.0
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+find_program(HOIST_CCACHE ccache)
+if(HOIST_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${HOIST_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${HOIST_CCACHE})
+endif()
+
+# Sanitizers: "address" (with undefined behaviour) or "thread"; empty for none.
+set(HOIST_SANITIZER "" CACHE STRING "Sanitizer to build with: address, thread or none")
+
+add_library(hoist_options INTERFACE)
+target_compile_options(hoist_options INTERFACE -Wall -Wextra -Werror -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wvla -fno-strict-aliasing -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_compile_definitions(hoist_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
+target_include_directories(hoist_options INTERFACE ${PROJECT_SOURCE_DIR}/src ${PROJECT_BINARY_DIR}/generated)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(hoist_options INTERFACE -Wthread-safety)
+endif()
+if(HOIST_SANITIZER STREQUAL "address")
+  target_compile_options(hoist_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(hoist_options INTERFACE -fsanitize=address,undefined)
+  target_compile_definitions(hoist_options INTERFACE HOIST_SANITIZED=1)
+elseif(HOIST_SANITIZER STREQUAL "thread")
+  target_compile_options(hoist_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  target_link_options(hoist_options INTERFACE -fsanitize=thread)
+  target_compile_definitions(hoist_options INTERFACE HOIST_SANITIZED=1)
+else()
+  # Hardening of a root daemon: checked string functions, stack protector, immediate binding, read-only relocations.
+  target_compile_options(hoist_options INTERFACE -fstack-protector-strong $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+  target_link_options(hoist_options INTERFACE -Wl,-z,relro,-z,now)
+endif()
+# A library that nothing in a program calls is not loaded by it: the daemon is started on demand.
+target_link_options(hoist_options INTERFACE -Wl,--as-needed)

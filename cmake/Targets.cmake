@@ -1,0 +1,44 @@
+# SPDX-FileCopyrightText: The hoist authors
+# SPDX-License-Identifier: Apache-2.0
+# A folder is a target: adding a file to the folder is all it takes to build it.
+
+# hoist_library(NAME DEPENDS targets...): a static library hoist_NAME of every source of the folder.
+function(hoist_library name)
+  cmake_parse_arguments(ARG "" "" "DEPENDS" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  list(FILTER sources EXCLUDE REGEX "/main\\.cc$")
+  if(sources)
+    add_library(hoist_${name} STATIC ${sources})
+    target_link_libraries(hoist_${name} PUBLIC hoist_options ${ARG_DEPENDS})
+  else()
+    add_library(hoist_${name} INTERFACE)
+    target_link_libraries(hoist_${name} INTERFACE hoist_options ${ARG_DEPENDS})
+  endif()
+endfunction()
+
+# hoist_program(NAME DEPENDS targets...): an executable NAME of the folder's main.cc.
+function(hoist_program name)
+  cmake_parse_arguments(ARG "" "" "DEPENDS" ${ARGN})
+  add_executable(${name} ${CMAKE_CURRENT_SOURCE_DIR}/main.cc)
+  target_link_libraries(${name} PRIVATE hoist_options ${ARG_DEPENDS})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+endfunction()
+
+# hoist_tests(NAME DEPENDS targets... [LABELS labels...] [TIMEOUT seconds]): one test program of every *_test.cc of
+# the folder, each test case a CTest test of its own process.
+function(hoist_tests name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "DEPENDS;LABELS" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  if(NOT sources)
+    return()
+  endif()
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  add_executable(${name}_test ${sources})
+  target_link_libraries(${name}_test PRIVATE hoist_options ${ARG_DEPENDS} GTest::gmock GTest::gtest_main)
+  target_include_directories(${name}_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_compile_definitions(${name}_test PRIVATE HOIST_BUILD_DIR="${PROJECT_BINARY_DIR}" HOIST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  gtest_discover_tests(${name}_test DISCOVERY_MODE PRE_TEST
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+endfunction()
