@@ -10,8 +10,8 @@
 
 namespace hoist {
 
-// Read-only view of a location in the file system, shared by path objects, file information and exceptions. Names and
-// paths are bytes; the string forms show a byte that is no UTF-8 as U+FFFD.
+// Read-only view of a location in the file system, shared by path objects, file information and
+// exceptions. Names and paths are bytes; the string forms show a byte that is no UTF-8 as U+FFFD.
 class PXAbstractPath {
  public:
   virtual ~PXAbstractPath() = default;

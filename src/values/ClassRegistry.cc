@@ -27,7 +27,9 @@ std::optional<ClassInfo> ClassRegistry::find(std::string_view name) const {
   return found == classes_.end() ? std::nullopt : std::optional(found->second);
 }
 
-bool ClassRegistry::contains(std::string_view name) const { return find(name).has_value(); }
+bool ClassRegistry::contains(std::string_view name) const {
+  return find(name).has_value();
+}
 
 bool ClassRegistry::isKindOf(std::string_view name, const AllowedClasses& classes) const {
   std::lock_guard lock(mutex_);

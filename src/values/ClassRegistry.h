@@ -19,7 +19,8 @@ struct ClassInfo {
   std::string name;
   // Empty for a class that derives from Object alone.
   std::string superclass;
-  // Remakes an instance from what encodeWithCoder wrote; empty when the class cannot be decoded. Throws DecodeError.
+  // Remakes an instance from what encodeWithCoder wrote; empty when the class cannot be decoded.
+  // Throws DecodeError.
   std::function<Ref<Object>(Decoder&)> decode;
   // Makes an instance with the plain initialiser; empty when there is none.
   std::function<Ref<Object>()> create;
@@ -27,8 +28,8 @@ struct ClassInfo {
   Ref<Object> classObject;
 };
 
-// The classes of the running program by name. Registration is called from main, never from static initialisers that a
-// linker may drop. Safe to use from any thread.
+// The classes of the running program by name. Registration is called from main, never from static
+// initialisers that a linker may drop. Safe to use from any thread.
 class ClassRegistry {
  public:
   static ClassRegistry& shared();

@@ -14,15 +14,16 @@
 
 namespace hoist {
 
-// What an object writes itself to and remakes itself from. Three backends implement the pair: the wire's a{sv}, the
-// keyed archive and the sequential coder. An object asks isKeyed() and uses the half that applies; using the other half
-// throws std::logic_error. Coders belong to one thread.
+// What an object writes itself to and remakes itself from. Three backends implement the pair: the
+// wire's a{sv}, the keyed archive and the sequential coder. An object asks isKeyed() and uses the
+// half that applies; using the other half throws std::logic_error. Coders belong to one thread.
 class Encoder {
  public:
   virtual ~Encoder();
   virtual bool isKeyed() const = 0;
 
-  // Keyed half. An absent value writes no key. Scalars are plain numbers of the archive, not shared objects.
+  // Keyed half. An absent value writes no key. Scalars are plain numbers of the archive, not shared
+  // objects.
   virtual void encodeObject(std::string_view key, const std::optional<Value>& value);
   virtual void encodeInteger(std::string_view key, std::int64_t value);
   virtual void encodeBool(std::string_view key, bool value);
@@ -35,7 +36,8 @@ class Encoder {
   virtual void encodeBytes(std::span<const std::uint8_t> bytes);
 };
 
-// Bytes that are not what they should be: not an archive, a class that is not allowed, a field of another type.
+// Bytes that are not what they should be: not an archive, a class that is not allowed, a field of
+// another type.
 class DecodeError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -49,9 +51,9 @@ class Decoder {
   virtual ~Decoder();
   virtual bool isKeyed() const = 0;
 
-  // Keyed half. An absent key answers nothing, 0, false or 0.0. A field of another type throws DecodeError, as does an
-  // object of a class that is neither allowed nor derived from an allowed one ("NSString" and the other value classes
-  // are named as Value::className names them).
+  // Keyed half. An absent key answers nothing, 0, false or 0.0. A field of another type throws
+  // DecodeError, as does an object of a class that is neither allowed nor derived from an allowed
+  // one ("NSString" and the other value classes are named as Value::className names them).
   virtual bool containsKey(std::string_view key) const;
   virtual std::optional<Value> decodeObject(std::string_view key, const AllowedClasses& allowed);
   virtual std::int64_t decodeInteger(std::string_view key);

@@ -32,13 +32,15 @@ Date Date::plusSeconds(double seconds) const {
                             : std::numeric_limits<std::int64_t>::min());
   }
   std::int64_t nanoseconds = nanoseconds_ + offset.nanoseconds_;
-  if (nanoseconds >= 1'000'000'000 && sum == std::numeric_limits<std::int64_t>::max()) return Date(sum);
+  if (nanoseconds >= 1'000'000'000 && sum == std::numeric_limits<std::int64_t>::max())
+    return Date(sum);
   return Date(sum, nanoseconds);
 }
 
 std::string Date::description() const {
   using namespace std::chrono;
-  // Beyond these years the calendar arithmetic of <chrono> is not defined: show the seconds instead.
+  // Beyond these years the calendar arithmetic of <chrono> is not defined: show the seconds
+  // instead.
   constexpr std::int64_t kLimit = 31'556'952LL * 32'000;
   char text[64];
   if (seconds_ > kLimit || seconds_ < -kLimit) {
@@ -49,10 +51,10 @@ std::string Date::description() const {
   auto day = floor<days>(instant);
   year_month_day date{day};
   hh_mm_ss time{instant - day};
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u %02d:%02d:%02d +0000", static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                static_cast<int>(time.seconds().count()));
+  std::snprintf(text, sizeof text, "%04d-%02u-%02u %02d:%02d:%02d +0000",
+                static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
+                static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()));
   return text;
 }
 

@@ -9,8 +9,9 @@
 
 namespace hoist {
 
-// An instant: seconds and nanoseconds since 1970-01-01 00:00:00 UTC, always normalised (0 <= nanoseconds < 10^9), so
-// that times of files survive to the nanosecond and years before 1 remain expressible.
+// An instant: seconds and nanoseconds since 1970-01-01 00:00:00 UTC, always normalised (0 <=
+// nanoseconds < 10^9), so that times of files survive to the nanosecond and years before 1 remain
+// expressible.
 class Date {
  public:
   constexpr Date() = default;
@@ -21,14 +22,21 @@ class Date {
       --seconds_;
     }
   }
-  static constexpr Date fromTimeSpec(const timespec& time) { return Date(time.tv_sec, time.tv_nsec); }
-  // Rounded to the nearest nanosecond; values outside the range of 64-bit seconds saturate, NaN is 1970.
+  static constexpr Date fromTimeSpec(const timespec& time) {
+    return Date(time.tv_sec, time.tv_nsec);
+  }
+  // Rounded to the nearest nanosecond; values outside the range of 64-bit seconds saturate, NaN is
+  // 1970.
   static Date fromSeconds(double secondsSince1970);
 
   constexpr std::int64_t seconds() const { return seconds_; }
   constexpr std::int32_t nanoseconds() const { return static_cast<std::int32_t>(nanoseconds_); }
-  double secondsSince1970() const { return static_cast<double>(seconds_) + static_cast<double>(nanoseconds_) / 1e9; }
-  timespec timeSpec() const { return {static_cast<time_t>(seconds_), static_cast<long>(nanoseconds_)}; }
+  double secondsSince1970() const {
+    return static_cast<double>(seconds_) + static_cast<double>(nanoseconds_) / 1e9;
+  }
+  timespec timeSpec() const {
+    return {static_cast<time_t>(seconds_), static_cast<long>(nanoseconds_)};
+  }
 
   // Seconds from the other date to this one; negative when this one is earlier.
   double secondsSince(Date other) const;

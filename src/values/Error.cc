@@ -28,9 +28,15 @@ Ref<Error> Error::posix(int number, std::optional<std::string> path) {
   return make<Error>(kPOSIXDomain, number, std::move(userInfo));
 }
 
-std::optional<std::string> Error::localizedDescription() const { return textForKey(userInfo_, kLocalizedDescription); }
-std::optional<std::string> Error::localizedFailureReason() const { return textForKey(userInfo_, kLocalizedFailureReason); }
-std::optional<std::string> Error::failingURLString() const { return textForKey(userInfo_, kFailingURLString); }
+std::optional<std::string> Error::localizedDescription() const {
+  return textForKey(userInfo_, kLocalizedDescription);
+}
+std::optional<std::string> Error::localizedFailureReason() const {
+  return textForKey(userInfo_, kLocalizedFailureReason);
+}
+std::optional<std::string> Error::failingURLString() const {
+  return textForKey(userInfo_, kFailingURLString);
+}
 
 std::string Error::description() const {
   std::string text = "Error Domain=" + domain_ + " Code=" + std::to_string(code_);
@@ -40,10 +46,13 @@ std::string Error::description() const {
 
 bool Error::isEqual(const Object& other) const {
   auto error = dynamic_cast<const Error*>(&other);
-  return error && error->domain_ == domain_ && error->code_ == code_ && error->userInfo_ == userInfo_;
+  return error && error->domain_ == domain_ && error->code_ == code_ &&
+         error->userInfo_ == userInfo_;
 }
 
-std::size_t Error::hash() const { return std::hash<std::string>()(domain_) ^ static_cast<std::size_t>(code_); }
+std::size_t Error::hash() const {
+  return std::hash<std::string>()(domain_) ^ static_cast<std::size_t>(code_);
+}
 
 void Error::encodeWithCoder(Encoder& encoder) const {
   // The keys of the original platform's archives of errors.
@@ -53,19 +62,19 @@ void Error::encodeWithCoder(Encoder& encoder) const {
 }
 
 void Error::registerClass() {
-  ClassRegistry::shared().add({.name = "NSError",
-                               .superclass = "",
-                               .decode =
-                                   [](Decoder& decoder) -> Ref<Object> {
-                                 auto domain = decoder.decodeString("NSDomain");
-                                 auto code = decoder.decodeInteger("NSCode");
-                                 auto userInfo = decoder.decodePropertyList("NSUserInfo");
-                                 if (!domain) throw DecodeError("an error without a domain");
-                                 const Dictionary* entries = userInfo ? userInfo->dictionary() : nullptr;
-                                 return make<Error>(*domain, code, entries ? *entries : Dictionary());
-                               },
-                               .create = nullptr,
-                               .classObject = nullptr});
+  ClassRegistry::shared().add(
+      {.name = "NSError",
+       .superclass = "",
+       .decode = [](Decoder& decoder) -> Ref<Object> {
+         auto domain = decoder.decodeString("NSDomain");
+         auto code = decoder.decodeInteger("NSCode");
+         auto userInfo = decoder.decodePropertyList("NSUserInfo");
+         if (!domain) throw DecodeError("an error without a domain");
+         const Dictionary* entries = userInfo ? userInfo->dictionary() : nullptr;
+         return make<Error>(*domain, code, entries ? *entries : Dictionary());
+       },
+       .create = nullptr,
+       .classObject = nullptr});
 }
 
 }  // namespace hoist

@@ -9,7 +9,8 @@
 
 namespace hoist {
 
-// A failure as a value: domain, code and what is known about it. Immutable; safe to use from any thread.
+// A failure as a value: domain, code and what is known about it. Immutable; safe to use from any
+// thread.
 class Error final : public Object {
  public:
   static constexpr const char* kPOSIXDomain = "NSPOSIXErrorDomain";
@@ -27,7 +28,8 @@ class Error final : public Object {
   static constexpr std::int64_t kConnectionInvalid = 4099;
 
   Error(std::string domain, std::int64_t code, Dictionary userInfo = {});
-  // An error of the POSIX domain, described by the C library's text for the number; with the path that it is about.
+  // An error of the POSIX domain, described by the C library's text for the number; with the path
+  // that it is about.
   static Ref<Error> posix(int number, std::optional<std::string> path = {});
 
   const std::string& domain() const { return domain_; }

@@ -17,9 +17,13 @@ std::string Object::description() const {
   return "<" + className() + ": " + address + ">";
 }
 
-bool Object::isEqual(const Object& other) const { return this == &other; }
+bool Object::isEqual(const Object& other) const {
+  return this == &other;
+}
 
-std::size_t Object::hash() const { return std::hash<const void*>()(this); }
+std::size_t Object::hash() const {
+  return std::hash<const void*>()(this);
+}
 
 void Object::encodeWithCoder(Encoder&) const {
   throw std::logic_error(className() + " cannot be encoded");

@@ -12,8 +12,9 @@ namespace hoist {
 
 class Encoder;
 
-// Root of everything that can be held in a Value, archived or sent: it has a class name, a description, equality and
-// a hash. Objects are shared through Ref; what a subclass adds says for itself which threads may use it.
+// Root of everything that can be held in a Value, archived or sent: it has a class name, a
+// description, equality and a hash. Objects are shared through Ref; what a subclass adds says for
+// itself which threads may use it.
 class Object : public std::enable_shared_from_this<Object> {
  public:
   Object() = default;
@@ -31,11 +32,12 @@ class Object : public std::enable_shared_from_this<Object> {
   virtual bool isEqual(const Object& other) const;
   virtual std::size_t hash() const;
 
-  // Whether encodeWithCoder can be called: objects that are no values of their own (a descriptor, a lock) cannot cross.
+  // Whether encodeWithCoder can be called: objects that are no values of their own (a descriptor, a
+  // lock) cannot cross.
   virtual bool isCodable() const { return false; }
 
-  // Writes the object's fields; its class remakes them in the decode function given to the class registry.
-  // Throws std::logic_error for an object that is not codable.
+  // Writes the object's fields; its class remakes them in the decode function given to the class
+  // registry. Throws std::logic_error for an object that is not codable.
   virtual void encodeWithCoder(Encoder& encoder) const;
 };
 

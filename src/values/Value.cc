@@ -21,7 +21,8 @@ bool booleanFromText(const std::string& text) {
   if (at == std::string::npos) return false;
   if (text[at] == '+' || text[at] == '-') ++at;
   while (at < text.size() && text[at] == '0') ++at;
-  return at < text.size() && std::string_view("YyTt123456789").find(text[at]) != std::string_view::npos;
+  return at < text.size() &&
+         std::string_view("YyTt123456789").find(text[at]) != std::string_view::npos;
 }
 
 std::int64_t saturated(double value) {
@@ -37,9 +38,10 @@ bool equalNumbers(const Value& a, const Value& b) {
   }
   double real = a.real() ? *a.real() : *b.real();
   std::int64_t integer = a.integer() ? *a.integer() : *b.integer();
-  // Equal only if the double is that very integer: beyond 2^53 a conversion alone would say so too often.
-  return std::trunc(real) == real && real >= -9223372036854775808.0 && real < 9223372036854775808.0 &&
-         static_cast<std::int64_t>(real) == integer;
+  // Equal only if the double is that very integer: beyond 2^53 a conversion alone would say so too
+  // often.
+  return std::trunc(real) == real && real >= -9223372036854775808.0 &&
+         real < 9223372036854775808.0 && static_cast<std::int64_t>(real) == integer;
 }
 
 std::string describeDouble(double value) {
@@ -53,7 +55,8 @@ std::string describeDouble(double value) {
 }  // namespace
 
 Value::Value(hoist::Array value) : value_(std::make_shared<const hoist::Array>(std::move(value))) {}
-Value::Value(hoist::Dictionary value) : value_(std::make_shared<const hoist::Dictionary>(std::move(value))) {}
+Value::Value(hoist::Dictionary value)
+    : value_(std::make_shared<const hoist::Dictionary>(std::move(value))) {}
 
 std::optional<bool> Value::boolean() const {
   auto value = std::get_if<bool>(&value_);
@@ -87,59 +90,90 @@ Ref<Object> Value::object() const {
 
 std::optional<bool> Value::boolValue() const {
   switch (kind()) {
-    case Kind::Boolean: return boolean();
-    case Kind::Integer: return *integer() != 0;
-    case Kind::Double: return *real() != 0;
-    case Kind::String: return booleanFromText(*string());
-    default: return std::nullopt;
+    case Kind::Boolean:
+      return boolean();
+    case Kind::Integer:
+      return *integer() != 0;
+    case Kind::Double:
+      return *real() != 0;
+    case Kind::String:
+      return booleanFromText(*string());
+    default:
+      return std::nullopt;
   }
 }
 
 std::optional<std::int64_t> Value::integerValue() const {
   switch (kind()) {
-    case Kind::Boolean: return *boolean() ? 1 : 0;
-    case Kind::Integer: return integer();
-    case Kind::Double: return saturated(*real());
-    case Kind::String: return integerFromText(*string());
-    default: return std::nullopt;
+    case Kind::Boolean:
+      return *boolean() ? 1 : 0;
+    case Kind::Integer:
+      return integer();
+    case Kind::Double:
+      return saturated(*real());
+    case Kind::String:
+      return integerFromText(*string());
+    default:
+      return std::nullopt;
   }
 }
 
 std::optional<double> Value::doubleValue() const {
   switch (kind()) {
-    case Kind::Boolean: return *boolean() ? 1 : 0;
-    case Kind::Integer: return static_cast<double>(*integer());
-    case Kind::Double: return real();
-    case Kind::String: return std::strtod(string()->c_str(), nullptr);
-    default: return std::nullopt;
+    case Kind::Boolean:
+      return *boolean() ? 1 : 0;
+    case Kind::Integer:
+      return static_cast<double>(*integer());
+    case Kind::Double:
+      return real();
+    case Kind::String:
+      return std::strtod(string()->c_str(), nullptr);
+    default:
+      return std::nullopt;
   }
 }
 
 std::string Value::className() const {
   switch (kind()) {
-    case Kind::Null: return "NSNull";
-    case Kind::Boolean: return "NSBoolean";
+    case Kind::Null:
+      return "NSNull";
+    case Kind::Boolean:
+      return "NSBoolean";
     case Kind::Integer:
-    case Kind::Double: return "NSNumber";
-    case Kind::String: return "NSString";
-    case Kind::Data: return "NSData";
-    case Kind::Date: return "NSDate";
-    case Kind::Array: return "NSArray";
-    case Kind::Dictionary: return "NSDictionary";
-    case Kind::Object: return object()->className();
+    case Kind::Double:
+      return "NSNumber";
+    case Kind::String:
+      return "NSString";
+    case Kind::Data:
+      return "NSData";
+    case Kind::Date:
+      return "NSDate";
+    case Kind::Array:
+      return "NSArray";
+    case Kind::Dictionary:
+      return "NSDictionary";
+    case Kind::Object:
+      return object()->className();
   }
   return {};
 }
 
 std::string Value::description() const {
   switch (kind()) {
-    case Kind::Null: return "<null>";
-    case Kind::Boolean: return *boolean() ? "1" : "0";
-    case Kind::Integer: return std::to_string(*integer());
-    case Kind::Double: return describeDouble(*real());
-    case Kind::String: return *string();
-    case Kind::Data: return data()->description();
-    case Kind::Date: return date()->description();
+    case Kind::Null:
+      return "<null>";
+    case Kind::Boolean:
+      return *boolean() ? "1" : "0";
+    case Kind::Integer:
+      return std::to_string(*integer());
+    case Kind::Double:
+      return describeDouble(*real());
+    case Kind::String:
+      return *string();
+    case Kind::Data:
+      return data()->description();
+    case Kind::Date:
+      return date()->description();
     case Kind::Array: {
       std::string text = "(";
       for (const Value& element : *array()) {
@@ -155,7 +189,8 @@ std::string Value::description() const {
       }
       return text + "}";
     }
-    case Kind::Object: return object()->description();
+    case Kind::Object:
+      return object()->description();
   }
   return {};
 }
@@ -164,14 +199,22 @@ bool operator==(const Value& a, const Value& b) {
   if (a.isNumber() && b.isNumber()) return equalNumbers(a, b);
   if (a.kind() != b.kind()) return false;
   switch (a.kind()) {
-    case Value::Kind::Array: return a.array() == b.array() || *a.array() == *b.array();
-    case Value::Kind::Dictionary: return a.dictionary() == b.dictionary() || *a.dictionary() == *b.dictionary();
-    case Value::Kind::Object: return a.object()->isEqual(*b.object());
-    default: return a.value_ == b.value_;
+    case Value::Kind::Array:
+      return a.array() == b.array() || *a.array() == *b.array();
+    case Value::Kind::Dictionary:
+      return a.dictionary() == b.dictionary() || *a.dictionary() == *b.dictionary();
+    case Value::Kind::Object:
+      return a.object()->isEqual(*b.object());
+    default:
+      return a.value_ == b.value_;
   }
 }
 
-std::string describe(const std::optional<Value>& value) { return value ? value->description() : "(null)"; }
-std::string describe(const std::optional<std::string>& text) { return text ? *text : "(null)"; }
+std::string describe(const std::optional<Value>& value) {
+  return value ? value->description() : "(null)";
+}
+std::string describe(const std::optional<std::string>& text) {
+  return text ? *text : "(null)";
+}
 
 }  // namespace hoist

@@ -22,9 +22,9 @@ using Array = std::vector<Value>;
 // Enumerated in the order of the keys' bytes.
 using Dictionary = std::map<std::string, Value, std::less<>>;
 
-// One value of the kinds that cross everything: details, archives, preferences, the wire. Immutable and cheap to copy
-// (containers are shared); safe to read from any thread. "No value at all" is std::optional<Value>, which is not the
-// null marker.
+// One value of the kinds that cross everything: details, archives, preferences, the wire. Immutable
+// and cheap to copy (containers are shared); safe to read from any thread. "No value at all" is
+// std::optional<Value>, which is not the null marker.
 class Value {
  public:
   enum class Kind { Null, Boolean, Integer, Double, String, Data, Date, Array, Dictionary, Object };
@@ -48,8 +48,7 @@ class Value {
   Value(hoist::Dictionary value);
   // An absent object is the null marker.
   template <class T>
-    requires std::is_base_of_v<hoist::Object, T>
-  Value(const Ref<T>& object) {
+  requires std::is_base_of_v<hoist::Object, T> Value(const Ref<T>& object) {
     if (object) value_ = Ref<hoist::Object>(object);
   }
   Value(const void*) = delete;
@@ -74,17 +73,20 @@ class Value {
     return as<T>(object());
   }
 
-  // Conversions that numbers, booleans and strings answer, as C does them: a string's leading blanks, sign and digits,
-  // saturating; as a boolean, after blanks, sign and zeros, one of Y y T t 1 to 9. Nothing for every other kind.
+  // Conversions that numbers, booleans and strings answer, as C does them: a string's leading
+  // blanks, sign and digits, saturating; as a boolean, after blanks, sign and zeros, one of Y y T t
+  // 1 to 9. Nothing for every other kind.
   std::optional<bool> boolValue() const;
   std::optional<std::int64_t> integerValue() const;
   std::optional<double> doubleValue() const;
 
-  // The class that the value is of: an integer and a double are of one class, a boolean is of another.
-  // "NSNull", "NSBoolean", "NSNumber", "NSString", "NSData", "NSDate", "NSArray", "NSDictionary" or the object's class.
+  // The class that the value is of: an integer and a double are of one class, a boolean is of
+  // another. "NSNull", "NSBoolean", "NSNumber", "NSString", "NSData", "NSDate", "NSArray",
+  // "NSDictionary" or the object's class.
   std::string className() const;
 
-  // Booleans as 1 and 0, the null marker as "<null>", data as "<hex>", dates in UTC, arrays as "(a, b)", dictionaries as
+  // Booleans as 1 and 0, the null marker as "<null>", data as "<hex>", dates in UTC, arrays as "(a,
+  // b)", dictionaries as
   // "{k = v; }", objects by their own description.
   std::string description() const;
 
@@ -93,7 +95,8 @@ class Value {
 
  private:
   std::variant<std::monostate, bool, std::int64_t, double, std::string, hoist::Data, hoist::Date,
-               std::shared_ptr<const hoist::Array>, std::shared_ptr<const hoist::Dictionary>, Ref<hoist::Object>>
+               std::shared_ptr<const hoist::Array>, std::shared_ptr<const hoist::Dictionary>,
+               Ref<hoist::Object>>
       value_;
 };
 

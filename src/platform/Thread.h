@@ -1,0 +1,17 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+
+namespace hoist {
+
+// Stack of every thread that the program starts, in bytes: keeps the page tables of idle ones
+// small.
+inline constexpr unsigned long kThreadStackSize = 128 * 1024;
+
+// Starts a detached thread with all signals blocked; whatever its body throws is reported. The name
+// is cut to 15 bytes. Throws std::system_error when no thread can be had.
+void startDetachedThread(const char* name, std::function<void()> body);
+
+}  // namespace hoist
