@@ -2,7 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/Clock.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <limits>
+
+#include "platform/SystemCall.h"
 
 namespace hoist {
 namespace {
@@ -49,6 +54,19 @@ bool Clock::waitUntil(std::condition_variable_any& variable, Mutex& mutex, Insta
     }
   }
   return true;
+}
+
+int Clock::poll(std::span<pollfd> descriptors, Instant deadline) {
+  for (;;) {
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - instant());
+    // Cut to what poll takes; a longer wait goes round again.
+    auto wait = std::clamp<std::int64_t>(left.count(), 0, std::numeric_limits<int>::max());
+    if (set().active) wait = std::min<std::int64_t>(wait, kTestPoll.count());
+    int ready = retryInterrupted(
+        [&] { return ::poll(descriptors.data(), descriptors.size(), static_cast<int>(wait)); });
+    if (ready < 0) throwSystemCallError("poll");
+    if (ready > 0 || instant() >= deadline) return ready;
+  }
 }
 
 TestClock::TestClock(Date now) {

@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <span>
 
 #include "platform/Mutex.h"
 #include "values/Date.h"
@@ -26,6 +29,10 @@ class Clock {
   // it holds. Whoever makes it true notifies the variable.
   static bool waitUntil(std::condition_variable_any& variable, Mutex& mutex, Instant deadline,
                         const std::function<bool()>& condition) REQUIRES(mutex);
+
+  // Waits until one of the descriptors is ready or the deadline has come. Answers as poll(2) does:
+  // how many are ready, 0 at the deadline. Throws SystemCallError.
+  static int poll(std::span<pollfd> descriptors, Instant deadline);
 };
 
 // The clock stands still at the given date and moves only by advance(), for as long as this object
