@@ -5,7 +5,9 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace hoist {
@@ -28,6 +30,16 @@ class TemporaryFolder {
 
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+  // Writes a file with the folders above it; an existing one keeps its inode and mode. Answers its
+  // path.
+  std::string write(const std::string& name, std::string_view content) const {
+    const std::filesystem::path file = *this / name;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+    if (!(stream << content).flush()) throw std::system_error(errno, std::system_category(), file);
+    return file.string();
+  }
 
  private:
   std::string path_;
