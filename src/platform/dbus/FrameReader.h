@@ -3,9 +3,9 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "platform/dbus/Message.h"
 
@@ -28,7 +28,7 @@ struct FrameLimits {
 // reader may not be used again.
 class FrameReader {
  public:
-  explicit FrameReader(FrameLimits limits = {});
+  explicit FrameReader(FrameLimits limits = {}) : limits_(limits) {}
 
   // Where the next bytes may be put: never empty, valid until the next call. While a message is
   // unfinished it holds no more than that message may still take, so a large message is never
@@ -59,8 +59,7 @@ class FrameReader {
     std::uint64_t end;
   };
 
-  [[noreturn]] void fail(const ProtocolError& error);
-  void readFixedHeader();
+  std::optional<Message> cutMessage();
   FileDescriptors takeDescriptors(std::uint32_t announced);
   Bytes takeFrame();
   void makeRoom(std::size_t size);
@@ -71,7 +70,7 @@ class FrameReader {
   std::size_t end_ = 0;            // end of what has been received
   std::size_t frameSize_ = 0;      // of the message at begin_; 0 as long as it is not known
   std::uint64_t streamBegin_ = 0;  // stream position of begin_
-  std::deque<PassedDescriptor> descriptors_;
+  std::vector<PassedDescriptor> descriptors_;
 };
 
 }  // namespace hoist::dbus

@@ -95,7 +95,11 @@ class Message {
   int borrowFileDescriptor(std::uint32_t index) const;
 
  private:
-  Message() = default;
+  friend class FrameReader;
+
+  // The two halves of parse(): the header says how many descriptors belong to the message.
+  explicit Message(Bytes frame);
+  void complete(FileDescriptors descriptors);
 
   Bytes frame_;
   FileDescriptors descriptors_;

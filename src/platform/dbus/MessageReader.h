@@ -64,27 +64,28 @@ class MessageReader {
   // An entered container: where its values and their types are. Left uninitialised until entered:
   // there are 65.
   struct Level {
-    std::string_view signature;  // array: the element's type; else what is left of the types
-    std::size_t end;             // array: end of its bytes
-    char kind;                   // 'a', '(', '{', 'v', or 0 for the body
+    const char* types;     // array: the element's type; else what is left of the types
+    const char* typesEnd;  // behind the last of them
+    std::size_t end;       // array: end of its bytes
+    char kind;             // 'a', '(', '{', 'v', or 0 for the body
   };
 
   Level& level() { return levels_[depth_]; }
   const Level& level() const { return levels_[depth_]; }
-  void expect(char type);
+  void expect(char type) const;
   void advance(std::size_t typeLength);
   void align(std::size_t alignment);
   const std::uint8_t* take(std::size_t size);
   template <class T>
   T readFixed(char type);
   std::string_view readText(char type);
-  void enter(char kind, std::string_view signature, std::size_t typeLength, std::size_t end);
+  void enter(char kind, std::string_view types, std::size_t end = 0);
+  void enterTuple(char kind);
   void skipValue(std::string_view type);
 
   Message& message_;
   const std::uint8_t* bytes_;
   std::size_t position_;
-  std::size_t size_;
   bool swapped_;
   unsigned depth_ = 0;
   std::array<Level, kMaximumDepth + 1> levels_;

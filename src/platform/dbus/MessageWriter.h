@@ -70,8 +70,8 @@ class MessageWriter {
   // An open container. Signatures stand in the written bytes (the header's field, a variant's own),
   // so levels refer to them by offset.
   struct Level {
-    std::uint32_t signatureBegin;  // array: the element's type; else what is left of the types
-    std::uint32_t signatureEnd;
+    std::uint32_t types;         // array: the element's type; else what is left of the types
+    std::uint32_t typesEnd;      // behind the last of them
     std::uint32_t lengthOffset;  // array: where its length stands
     std::uint32_t begin;         // array: its first element
     char kind;                   // 'a', '(', '{', 'v', or 0 for the body
@@ -80,17 +80,24 @@ class MessageWriter {
   Level& level() { return levels_[depth_]; }
   const Level& level() const { return levels_[depth_]; }
   void writeHeader(const Header& header);
-  void writeField(std::uint8_t code, char type, std::string_view text);
+  void writeFields(const Header& header);
+  void writeFieldStart(std::uint8_t code, char type);
+  void writeTextField(std::uint8_t code, char type, std::string_view text);
+  void writeNumberField(std::uint8_t code, std::uint32_t number);
+  void writeSignatureField(std::string_view signature);
+  void put(const void* source, std::size_t size);
+  void pad(std::size_t alignment);
+  void patch(std::size_t offset, std::uint32_t number);
+  void putText(std::string_view text);
+  void putSignature(std::string_view signature);
+  std::string_view types() const;
   void expect(char type) const;
   void advance(std::size_t typeLength);
-  void pad(std::size_t alignment);
-  void room(std::size_t size) const;
-  void put(const void* bytes, std::size_t size);
   template <class T>
   void appendFixed(char type, T value);
   void appendText(char type, std::string_view value);
-  void putText(std::string_view value);
-  void enter(const Level& next);
+  void enter(char kind, std::uint32_t types, std::uint32_t typesEnd);
+  void openTuple(char kind);
 
   std::size_t maximumSize_;
   Bytes bytes_;
@@ -104,11 +111,10 @@ class MessageWriter {
 // Headers of the usual messages. Texts are borrowed until the writer is made.
 Header methodCall(std::string_view path, std::string_view interface, std::string_view member,
                   std::string_view signature = {}, std::uint8_t flags = 0);
-// The answer to a call, addressed to its sender where the call names one.
 Header methodReturn(const Message& call, std::string_view signature = {});
 Header errorReply(std::uint32_t replySerial, std::string_view errorName);
 
-// A whole error message. The text is cut and mended to what a string may hold.
+// A whole error message. The text is mended (mendedText) and cut at 4096 bytes.
 OutgoingMessage makeError(std::uint32_t replySerial, std::string_view errorName,
                           std::string_view text);
 

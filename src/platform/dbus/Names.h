@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 // Names and texts that D-Bus knows, and the rules for those that it does not. Everything here is
@@ -15,6 +16,8 @@ inline constexpr std::size_t kMaximumNameLength = 255;
 
 // UTF-8 without overlong forms, surrogates, values above U+10FFFF and NUL.
 bool isValidText(std::string_view text);
+// The text with U+FFFD in the place of each byte that keeps it from being valid.
+std::string mendedText(std::string_view text);
 // "/" or "/a/b_1": elements of [A-Za-z0-9_], none empty, no slash at the end.
 bool isValidObjectPath(std::string_view path);
 // At least two elements of [A-Za-z_][A-Za-z0-9_]*, separated by dots.

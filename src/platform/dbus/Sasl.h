@@ -20,8 +20,9 @@ namespace hoist::dbus {
 
 inline constexpr std::size_t kMaximumExchangeSize =
     16384;  // bytes of one side's whole exchange; picked
-inline constexpr unsigned kMaximumRejections =
-    16;  // answered with REJECTED; the next one ends the exchange
+// So many attempts are answered with REJECTED, and so many commands with ERROR; the next one ends
+// the exchange.
+inline constexpr unsigned kMaximumRejections = 16;
 
 enum class SaslState { kNeedMore, kAuthenticated, kFailed };
 
@@ -29,6 +30,21 @@ struct SaslStep {
   SaslState state = SaslState::kNeedMore;
   std::size_t consumed = 0;  // bytes taken; after kAuthenticated the others belong to the messages
   std::string reply;         // to be sent, in every state; may be empty
+};
+
+// Cuts one side's input into lines, in whatever portions it comes.
+class SaslLines {
+ public:
+  // The next line without its end, valid until the next call; nothing if it is not complete. Goes
+  // on in bytes at `consumed` and adds to it what it took.
+  std::optional<std::string_view> next(std::string_view bytes, std::size_t& consumed);
+  // Whether the side has used up its kMaximumExchangeSize.
+  bool isFull() const { return received_ >= kMaximumExchangeSize; }
+
+ private:
+  std::string line_;
+  bool isComplete_ = false;
+  std::size_t received_ = 0;
 };
 
 // The server's side of one connection.
@@ -51,7 +67,10 @@ class SaslServer {
   void handleLine(std::string_view line, SaslStep& step);
   void handleAuth(std::string_view arguments, SaslStep& step);
   void handleToken(std::string_view token, SaslStep& step);
+  void begin(SaslStep& step);
+  void negotiateDescriptors(SaslStep& step);
   void reject(SaslStep& step);
+  void answerError(SaslStep& step);
   void fail(SaslStep& step, std::string_view reason);
 
   std::string user_;  // the peer's user identifier as the exchange writes it: decimal digits
@@ -60,9 +79,9 @@ class SaslServer {
   Waiting waiting_ = Waiting::kForNul;
   bool descriptorsNegotiated_ = false;
   unsigned rejections_ = 0;
-  std::size_t received_ = 0;
-  std::string line_;  // the unfinished one
-  std::string failure_;
+  unsigned errors_ = 0;
+  SaslLines lines_;
+  std::string_view failure_;
 };
 
 // The client's side. Its whole exchange is one text that does not depend on the answers, so
@@ -70,10 +89,10 @@ class SaslServer {
 // are checked as they come. Messages with descriptors wait for fileDescriptorsNegotiated().
 class SaslClient {
  public:
-  explicit SaslClient(bool wantFileDescriptors = true);
+  explicit SaslClient(bool wantFileDescriptors = true) : wantDescriptors_(wantFileDescriptors) {}
 
   // What is to be sent first. It names no user: the kernel's word is the server's, whatever the
-  // name space.
+  // user name space that either side lives in.
   std::string_view exchange() const;
   // Takes the server's next bytes. kFailed: the server refused, or said what it may not say.
   // step.reply stays empty.
@@ -84,17 +103,18 @@ class SaslClient {
   std::string_view failure() const { return failure_; }
 
  private:
-  enum class Waiting { kForData, kForOk, kForAgreement, kForNothing };
+  enum class Waiting { kForData, kForOk, kForAgreement };
 
-  bool handleLine(std::string_view line);
+  SaslState handleLine(std::string_view line);
+  SaslState handleOk(std::string_view line);
+  SaslState fail(std::string_view reason);
 
   bool wantDescriptors_;
   Waiting waiting_ = Waiting::kForData;
   bool descriptorsNegotiated_ = false;
-  std::size_t received_ = 0;
   std::string guid_;
-  std::string line_;
-  std::string failure_;
+  SaslLines lines_;
+  std::string_view failure_;
 };
 
 }  // namespace hoist::dbus

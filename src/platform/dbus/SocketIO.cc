@@ -1,0 +1,101 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/dbus/SocketIO.h"
+
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/SystemCall.h"
+
+namespace hoist::dbus {
+
+namespace {
+
+constexpr std::size_t kMaximumPassed = 253;  // SCM_MAX_FD of the kernel
+
+union ControlBuffer {
+  cmsghdr alignment;
+  char bytes[CMSG_SPACE(kMaximumPassed * sizeof(int))];
+};
+
+IOStatus statusOf(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK ? IOStatus::kWouldBlock : IOStatus::kFailed;
+}
+
+FileDescriptors takeDescriptors(msghdr& header) {
+  FileDescriptors descriptors;
+  for (cmsghdr* control = CMSG_FIRSTHDR(&header); control;
+       control = CMSG_NXTHDR(&header, control)) {
+    if (control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_RIGHTS) continue;
+    std::size_t count = (control->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+    for (std::size_t i = 0; i < count; ++i) {
+      int fd;
+      std::memcpy(&fd, CMSG_DATA(control) + i * sizeof fd, sizeof fd);
+      descriptors.emplace_back(fd);
+    }
+  }
+  return descriptors;
+}
+
+Sent sendVector(int socket, std::span<const std::uint8_t> bytes, msghdr& header, int flags) {
+  iovec vector{const_cast<std::uint8_t*>(bytes.data()), bytes.size()};
+  header.msg_iov = &vector;
+  header.msg_iovlen = 1;
+  ssize_t size = retryInterrupted([&] { return sendmsg(socket, &header, flags | MSG_NOSIGNAL); });
+  if (size < 0) return {statusOf(errno), errno, 0};
+  return {IOStatus::kDone, 0, static_cast<std::size_t>(size)};
+}
+
+}  // namespace
+
+Received receive(int socket, std::span<std::uint8_t> space, std::size_t maximumDescriptors,
+                 int flags) {
+  ControlBuffer control;
+  iovec vector{space.data(), space.size()};
+  msghdr header{};
+  header.msg_iov = &vector;
+  header.msg_iovlen = 1;
+  if (maximumDescriptors > 0) {
+    header.msg_control = &control;
+    header.msg_controllen = CMSG_LEN(std::min(maximumDescriptors, kMaximumPassed) * sizeof(int));
+  }
+  ssize_t size =
+      retryInterrupted([&] { return recvmsg(socket, &header, flags | MSG_CMSG_CLOEXEC); });
+  if (size < 0) return {statusOf(errno), errno, 0, {}};
+  FileDescriptors descriptors = takeDescriptors(header);
+  if (header.msg_flags & MSG_CTRUNC) return {IOStatus::kFailed, EMSGSIZE, 0, {}};
+  if (size == 0) return {IOStatus::kEnd, 0, 0, {}};
+  return {IOStatus::kDone, 0, static_cast<std::size_t>(size), std::move(descriptors)};
+}
+
+Sent send(int socket, const OutgoingMessage& message, std::size_t offset, int flags) {
+  msghdr header{};
+  ControlBuffer control;
+  std::size_t count = message.descriptors.size();
+  if (offset == 0 && count > 0) {
+    if (count > kMaximumPassed) return {IOStatus::kFailed, EINVAL, 0};
+    header.msg_control = &control;
+    header.msg_controllen = CMSG_SPACE(count * sizeof(int));
+    std::memset(&control, 0, header.msg_controllen);
+    cmsghdr* rights = CMSG_FIRSTHDR(&header);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(count * sizeof(int));
+    for (std::size_t i = 0; i < count; ++i) {
+      int fd = message.descriptors[i].get();
+      std::memcpy(CMSG_DATA(rights) + i * sizeof fd, &fd, sizeof fd);
+    }
+  }
+  return sendVector(socket, std::span(message.bytes).subspan(offset), header, flags);
+}
+
+Sent send(int socket, std::span<const std::uint8_t> bytes, int flags) {
+  msghdr header{};
+  return sendVector(socket, bytes, header, flags);
+}
+
+}  // namespace hoist::dbus
