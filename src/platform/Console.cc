@@ -1,0 +1,112 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+// Where the program's lines become visible. Under the service manager standard error is a stream to
+// the journal; then entries are sent to the journal's own socket instead, because the stream would
+// cut a text at its line feeds and knows no fields. Everywhere else an entry is one line that
+// begins with date, program and process; it goes out in a single write, so that lines of several
+// threads and processes cannot mix. Line feeds in the text are followed by a tab there: a text that
+// a client chose cannot pose as an entry of its own.
+
+#include "platform/Console.h"
+
+// The journal would otherwise record this file as the origin of every entry.
+#define SD_JOURNAL_SUPPRESS_LOCATION
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <systemd/sd-journal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/Clock.h"
+
+namespace hoist {
+namespace {
+
+iovec bytesOf(const std::string& text) {
+  return {const_cast<char*>(text.data()), text.size()};
+}
+
+std::string assignment(std::string_view name, std::string_view value) {
+  std::string text;
+  text.reserve(name.size() + 1 + value.size());
+  return text.append(name).append("=").append(value);
+}
+
+void appendAsOneEntry(std::string& entry, std::string_view text) {
+  for (;;) {
+    std::size_t line = text.find('\n');
+    entry += text.substr(0, line);
+    if (line == std::string_view::npos) break;
+    entry += "\n\t";
+    text.remove_prefix(line + 1);
+  }
+  entry += '\n';
+}
+
+}  // namespace
+
+Console& Console::shared() {
+  static auto& console =
+      *new Console(destinationOf(STDERR_FILENO, std::getenv("JOURNAL_STREAM")), STDERR_FILENO);
+  return console;
+}
+
+Console::Console(Destination destination, int descriptor)
+    : destination_(destination),
+      descriptor_(descriptor),
+      dateFormatter_("yyyy-MM-dd HH:mm:ss.SSS Z") {}
+
+Console::Destination Console::destinationOf(int descriptor, const char* journalStream) {
+  unsigned long long device = 0;
+  unsigned long long inode = 0;
+  struct stat status;
+  bool journal = journalStream && std::sscanf(journalStream, "%llu:%llu", &device, &inode) == 2 &&
+                 ::fstat(descriptor, &status) == 0 && status.st_dev == device &&
+                 status.st_ino == inode;
+  return journal ? Destination::Journal : Destination::Descriptor;
+}
+
+void Console::write(int priority, std::string_view text, std::span<const ConsoleField> fields) {
+  if (destination_ == Destination::Journal && writeToJournal(priority, text, fields)) return;
+  writeToDescriptor(text);
+}
+
+bool Console::writeToJournal(int priority, std::string_view text,
+                             std::span<const ConsoleField> fields) {
+  std::vector<std::string> assignments;
+  assignments.reserve(fields.size() + 2);
+  assignments.push_back(assignment("MESSAGE", text));
+  assignments.push_back(assignment("PRIORITY", std::to_string(priority)));
+  for (const auto& field : fields) assignments.push_back(assignment(field.name, field.value));
+  std::vector<iovec> pieces;
+  for (const auto& text : assignments) pieces.push_back(bytesOf(text));
+  return sd_journal_sendv(pieces.data(), static_cast<int>(pieces.size())) == 0;
+}
+
+void Console::writeToDescriptor(std::string_view text) {
+  std::string entry;
+  entry.reserve(text.size() + 96);
+  dateFormatter_.appendDate(Clock::now(), entry);
+  entry += ' ';
+  entry += program_invocation_short_name;
+  entry += '[';
+  entry += std::to_string(::getpid());
+  entry += "] ";
+  appendAsOneEntry(entry, text);
+  std::string_view rest = entry;
+  while (!rest.empty()) {
+    ssize_t written = ::write(descriptor_, rest.data(), rest.size());
+    if (written > 0) {
+      rest.remove_prefix(static_cast<std::size_t>(written));
+    } else if (written == 0 || errno != EINTR) {
+      return;
+    }
+  }
+}
+
+}  // namespace hoist
