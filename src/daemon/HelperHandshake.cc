@@ -14,6 +14,7 @@
 #include <array>
 
 #include "platform/SystemCall.h"
+#include "platform/xpc/Limits.h"
 #include "values/product.h"
 
 namespace hoist {
@@ -62,10 +63,11 @@ std::string exchange(int input, int output, std::string_view lines, Clock::Insta
 
 std::string readRefusal(int output) {
   std::string text;
-  Clock::Instant deadline = Clock::instant() + kRefusalLimit;
-  while (text.size() < kRefusalBytes) {
+  Clock::Instant deadline = Clock::instant() + xpc::kRefusedHelperTime;
+  while (text.size() < xpc::kRefusedHelperOutput) {
     std::array<pollfd, 1> ready{{{output, POLLIN, 0}}};
-    if (Clock::poll(ready, deadline) == 0 || !readSome(output, text, kRefusalBytes)) break;
+    if (Clock::poll(ready, deadline) == 0 || !readSome(output, text, xpc::kRefusedHelperOutput))
+      break;
   }
   return text;
 }

@@ -17,10 +17,6 @@ namespace hoist {
 
 // A helper that has not answered by then counts as one that has ended its output.
 inline constexpr std::chrono::seconds kHandshakeLimit{60};
-// What is read of a refused helper's explanation, and for how long.
-inline constexpr std::size_t kRefusalBytes = 64 * 1024;
-inline constexpr std::chrono::seconds kRefusalLimit{10};
-
 // Whether the text can stand in one of the four lines: ASCII without a line feed. Anything else
 // would forge lines or reach the helper as something that nobody wrote.
 bool fitsHandshakeLine(const std::string& text);

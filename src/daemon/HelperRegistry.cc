@@ -13,6 +13,7 @@
 
 #include "platform/Dispatch.h"
 #include "platform/ProcessParent.h"
+#include "platform/xpc/Limits.h"
 
 namespace hoist {
 namespace {
@@ -37,7 +38,7 @@ HelperRegistry::Place::~Place() {
 HelperRegistry::Place HelperRegistry::takePlace(uid_t user) {
   MutexLock lock(mutex_);
   std::size_t& taken = places_[user];
-  if (taken >= kMaximumHelpersPerUser) return Place(nullptr, user);
+  if (taken >= xpc::kHelpersOfOneUser) return Place(nullptr, user);
   ++taken;
   return Place(this, user);
 }

@@ -24,8 +24,8 @@ class HelperRegistry {
  public:
   static HelperRegistry& shared();
 
-  // A place among a user's helpers, held from before the start until the helper ends or the launch
-  // fails.
+  // One of a user's xpc::kHelpersOfOneUser places, held from before the start until the helper ends
+  // or the launch fails.
   class Place {
    public:
     Place(Place&& other) noexcept;

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "platform/FileDescriptor.h"
+#include "platform/xpc/Limits.h"
 #include "support/ClockDriver.h"
 
 namespace hoist {
@@ -154,7 +155,7 @@ TEST_F(Handshake, CutsARefusalThatNeverEnds) {
     while (::write(helper.output_.writing.get(), much.data(), much.size()) > 0) continue;
   });
   EXPECT_EQ(answer.kind, Kind::Refused);
-  EXPECT_EQ(answer.response, std::string(kRefusalBytes, 'x'));
+  EXPECT_EQ(answer.response, std::string(xpc::kRefusedHelperOutput, 'x'));
 }
 
 TEST_F(Handshake, CutsARefusalAfterTenSeconds) {
