@@ -1,0 +1,118 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cerrno>
+
+#include "exceptions/KLException.h"
+#include "filesystem/PXDirectory.h"
+#include "filesystem/PXFileInfo.h"
+#include "filesystem/PXNonexistentFile.h"
+#include "filesystem/PXRegularFile.h"
+#include "filesystem/PXSubPath.h"
+#include "filesystem/PXSymbolicLink.h"
+#include "platform/attrlist/StatxReply.h"
+
+// How an information object comes to be, and which class of the family it is.
+
+namespace hoist {
+namespace {
+
+constexpr attrlist::AttributeSet kTypeRequest = {
+    .common = attrlist::ATTR_CMN_OBJTYPE | attrlist::ATTR_CMN_FULLPATH, .directory = 0, .file = 0};
+constexpr std::uint32_t kProbeOptions = attrlist::FSOPT_NOFOLLOW | attrlist::FSOPT_REPORT_FULLSIZE;
+
+}  // namespace
+
+template <class Info>
+Ref<Info> PXFileInfo::makeInfo(VnodeType type, Ref<PXPath> path) {
+  auto info = make<Info>(Private(), type, std::move(path));
+  PXFileInfo& held = *info;
+  held.made();
+  return info;
+}
+
+Ref<PXFileInfo> PXFileInfo::initWithType(VnodeType type, const Ref<PXPath>& path) {
+  switch (type) {
+    case VnodeType::Regular:
+      return makeInfo<PXRegularFile>(type, path);
+    case VnodeType::Directory:
+      return makeInfo<PXDirectory>(type, path);
+    case VnodeType::SymbolicLink:
+      return makeInfo<PXSymbolicLink>(type, path);
+    case VnodeType::None:
+    case VnodeType::Bad:
+      return nullptr;
+    default:
+      return makeInfo<PXFileInfo>(type, path);
+  }
+}
+
+Ref<PXFileInfo> PXFileInfo::infoForPathObject(const Ref<PXPath>& path) {
+  return infoForFile(-1, path, nullptr);
+}
+
+Ref<PXFileInfo> PXFileInfo::infoForCPath(std::string_view cPath) {
+  return infoForPathObject(PXPath::initWithCPath(cPath));
+}
+
+Ref<PXFileInfo> PXFileInfo::infoForPath(std::string_view path) {
+  return infoForPathObject(PXPath::initWithPath(path));
+}
+
+Ref<PXFileInfo> PXFileInfo::infoForURL(std::string_view url) {
+  return infoForPathObject(PXPath::initWithURL(url));
+}
+
+Ref<PXFileInfo> PXFileInfo::infoForFile(int file, const Ref<PXPath>& path,
+                                        const Ref<PXFileInfo>& existing) {
+  auto& calls = attrlist::AttributeCalls::current();
+  attrlist::ItemAttributes item;
+  int result = file >= 0 ? calls.fgetattrlist(file, kTypeRequest, item, kProbeOptions)
+                         : calls.getattrlist(path->cPath(), kTypeRequest, item, kProbeOptions);
+  if (result != 0) {
+    if (errno != ENOENT && errno != ENOTDIR) {
+      KLException::ioErrnoWithReason("failed to probe object vtype").setPathObject(*path).raise();
+    }
+    if (existing && !existing->exists()) return existing;
+    return PXNonexistentFile::initWithPathObject(path);
+  }
+  auto type = static_cast<VnodeType>(item.objectType);
+  if (existing && existing->type() == type) return existing;
+  return initWithType(type, path);
+}
+
+Ref<PXFileInfo> PXFileInfo::infoForOpenFile(int file, const Ref<PXPath>& path) {
+  auto info = infoForFile(file, path, nullptr);
+  if (info) {
+    SpinLockHolder lock(info->attrLock_);
+    info->getCommonAttrs(file);
+  }
+  return info;
+}
+
+Ref<PXFileInfo> PXFileInfo::initWithBatchAttr(const attrlist::BulkEntry& entry,
+                                              const Ref<PXPath>& parentPath) {
+  auto path = PXSubPath::initAssumingCNameParentPath({entry.name, entry.nameLength}, parentPath);
+  auto info = initWithType(static_cast<VnodeType>(entry.attributes.objectType), path);
+  if (info && entry.hasAttributes()) {
+    SpinLockHolder lock(info->attrLock_);
+    info->attrs_ = info->parseAttrs(entry.attributes);
+  }
+  return info;
+}
+
+Ref<PXFileInfo> PXFileInfo::initWithDirEntry(const char* cName, unsigned char entryType,
+                                             const Ref<PXPath>& parentPath) {
+  return initWithType(static_cast<VnodeType>(attrlist::vnodeTypeOfEntry(entryType)),
+                      PXSubPath::initAssumingCNameParentPath(cName, parentPath));
+}
+
+Ref<PXFileInfo> PXFileInfo::reevaluateType() {
+  return infoForFile(-1, pathObj_, self<PXFileInfo>());
+}
+
+Ref<PXFileInfo> PXFileInfo::hardened() {
+  auto path = pathObj_->hardenedReal();
+  return path == pathObj_ ? self<PXFileInfo>() : infoForPathObject(path);
+}
+
+}  // namespace hoist
