@@ -31,9 +31,10 @@ enum class PropertyListFormat { XML, Binary };
 Value propertyListFromData(std::span<const std::uint8_t> bytes);
 
 // Throws PropertyListError for the null marker, an object, and more than 64 containers inside each
-// other. XML keeps whole seconds of a date, the binary form microseconds; dates outside the years 1
-// to 9999 are moved to the nearest end. What XML cannot hold (NUL and other control characters,
-// bytes that are no UTF-8) becomes U+FFFD in both forms.
+// other. XML keeps whole seconds of a date from the years 1000 to 9999, the binary form what a
+// double of seconds since 2001 can hold of one from the years 1 to 9999; others are moved to the
+// nearest end. What XML cannot hold (NUL and other control characters, bytes that are no UTF-8)
+// becomes U+FFFD in both forms.
 Data dataFromPropertyList(const Value& value, PropertyListFormat format);
 
 }  // namespace hoist::platform

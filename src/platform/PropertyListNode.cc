@@ -5,92 +5,64 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <limits>
+#include <array>
+#include <bit>
 
 #include "platform/PropertyListCheck.h"
 
-// libplist hands a date out, and takes it in, as 32-bit seconds around 2001, which ends in 2069.
-// Its XML text has no such limit, so the whole seconds of a date go through that, and the 32-bit
-// form serves only for what is below a second.
+// libplist hands a date out, and takes it in, as 32-bit seconds around 2001, which end in 2069.
+// Inside it is a double, and the binary form of a date alone carries exactly that one: dates go in
+// and out as such a list of one object.
 
 namespace hoist::platform {
 namespace {
 
-constexpr std::int64_t kEpoch2001 = 978'307'200;           // in seconds since 1970
-constexpr std::int64_t kEarliestSecond = -62'135'596'800;  // 0001-01-01T00:00:00Z
-constexpr std::int64_t kLatestSecond = 253'402'300'799;    // 9999-12-31T23:59:59Z
+constexpr std::int64_t kEpoch2001 = 978'307'200;                // in seconds since 1970
+constexpr std::int64_t kLatestSecond = 253'402'300'799;         // 9999-12-31T23:59:59Z
+constexpr std::int64_t kEarliestSecond = -62'135'596'800;       // 0001-01-01T00:00:00Z
+constexpr std::int64_t kEarliestSecondInXML = -30'610'224'000;  // 1000: libplist pads no year
 constexpr std::string_view kBinaryMark = "bplist";
+
+// A binary property list whose one object is a date: header, marker, the double from its most
+// significant byte on, the offset table, the trailer.
+using DateList = std::array<std::uint8_t, 50>;
+constexpr std::size_t kDateMarkerAt = 8;
+constexpr std::size_t kDateAt = kDateMarkerAt + 1;
+constexpr std::size_t kDateTableAt = kDateAt + 8;
+constexpr std::uint8_t kDateMarker = 0x33;
 
 using CString = std::unique_ptr<char, decltype(&std::free)>;
 
-bool fitsIn32Bits(std::int64_t value) {
-  using Limits = std::numeric_limits<std::int32_t>;
-  return value > Limits::min() && value < Limits::max();
+plist_t nodeFromSeconds2001(double seconds) {
+  DateList list{'b', 'p', 'l', 'i', 's', 't', '0', '0', kDateMarker};
+  auto bits = std::bit_cast<std::uint64_t>(seconds);
+  for (int i = 0; i < 8; ++i) list[kDateAt + i] = static_cast<std::uint8_t>(bits >> (56 - 8 * i));
+  list[kDateTableAt] = kDateMarkerAt;
+  std::uint8_t* trailer = list.data() + kDateTableAt + 1;
+  trailer[6] = trailer[7] = 1;  // sizes of an offset and of a reference
+  trailer[15] = 1;              // objects
+  trailer[31] = kDateTableAt;
+  plist_t node = nullptr;
+  plist_from_bin(reinterpret_cast<const char*>(list.data()), list.size(), &node);
+  return node;
 }
 
-std::string isoText(std::int64_t seconds) {
-  using namespace std::chrono;
-  sys_seconds instant{std::chrono::seconds(seconds)};
-  auto day = floor<days>(instant);
-  year_month_day date{day};
-  hh_mm_ss time{instant - day};
-  char text[40];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                static_cast<int>(time.seconds().count()));
-  return text;
-}
-
-std::optional<std::int64_t> secondsOfISOText(std::string_view xml) {
-  constexpr std::string_view kTag = "<date>";
-  auto at = xml.find(kTag);
-  if (at == xml.npos) return std::nullopt;
-  int year, month, day, hour, minute, second;
-  std::string text(xml.substr(at + kTag.size(), 32));
-  if (std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%dZ", &year, &month, &day, &hour, &minute,
-                  &second) != 6) {
-    return std::nullopt;
+double seconds2001OfNode(plist_t node) {
+  Data list = writePropertyList(node, PropertyListFormat::Binary);
+  if (list.size() < kDateTableAt || list.data()[kDateMarkerAt] != kDateMarker) {
+    throw PropertyListError("a date that libplist cannot write");
   }
-  using namespace std::chrono;
-  sys_days days = std::chrono::year(year) / month / day;
-  return days.time_since_epoch().count() * std::int64_t{86'400} + hour * 3'600 + minute * 60 +
-         second;
-}
-
-std::string xmlText(plist_t node) {
-  char* xml = nullptr;
-  std::uint32_t length = 0;
-  plist_to_xml(node, &xml, &length);
-  std::unique_ptr<char, decltype(&plist_to_xml_free)> owner(xml, &plist_to_xml_free);
-  return xml ? std::string(xml, length) : std::string();
-}
-
-Date dateOfNode(plist_t node) {
-  // Whole seconds, cut towards the past before 1970 and towards 1970 after it.
-  auto seconds = secondsOfISOText(xmlText(node));
-  if (!seconds) throw PropertyListError("a date that libplist cannot write");
-  if (!fitsIn32Bits(*seconds - kEpoch2001)) return Date(*seconds);
-  std::int32_t since2001 = 0;
-  std::int32_t microseconds = 0;  // without their sign
-  plist_get_date_val(node, &since2001, &microseconds);
-  bool before = since2001 < 0 || (since2001 == 0 && *seconds < kEpoch2001);
-  return Date(kEpoch2001 + since2001, (before ? -1'000LL : 1'000LL) * microseconds);
+  std::uint64_t bits = 0;
+  for (int i = 0; i < 8; ++i) bits = bits << 8 | list.data()[kDateAt + i];
+  return std::bit_cast<double>(bits);
 }
 
 plist_t nodeFromDate(Date date, PropertyListFormat format) {
-  std::int64_t seconds = std::clamp(date.seconds(), kEarliestSecond, kLatestSecond);
-  bool exact = seconds == date.seconds() && fitsIn32Bits(seconds - kEpoch2001);
-  if (format == PropertyListFormat::Binary && exact) {
-    return plist_new_date(static_cast<std::int32_t>(seconds - kEpoch2001),
-                          date.nanoseconds() / 1'000);
-  }
-  std::string xml = "<plist version=\"1.0\"><date>" + isoText(seconds) + "</date></plist>";
-  plist_t node = nullptr;
-  plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &node);
-  return node;
+  bool xml = format == PropertyListFormat::XML;
+  Date earliest(xml ? kEarliestSecondInXML : kEarliestSecond);
+  date = std::clamp(date, earliest, Date(kLatestSecond));
+  if (xml) date = Date(date.seconds());
+  return nodeFromSeconds2001(date.secondsSince(Date(kEpoch2001)));
 }
 
 bool isWritable(gunichar character) {
@@ -157,7 +129,7 @@ std::optional<Value> leafFromNode(plist_t node) {
     case PLIST_STRING:
       return Value(textOfNode(node));
     case PLIST_DATE:
-      return Value(dateOfNode(node));
+      return Value(Date(kEpoch2001).plusSeconds(seconds2001OfNode(node)));
     case PLIST_DATA: {
       std::uint64_t length = 0;
       auto bytes = reinterpret_cast<const std::uint8_t*>(plist_get_data_ptr(node, &length));
