@@ -2,15 +2,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "filesystem/PXSubPath.h"
 
+#include <string>
 #include <vector>
 
 #include "filesystem/PXPathDerived.h"
-#include "platform/FilePaths.h"
 
 // A tree can be thousands of folders deep and the daemon's threads have small stacks: neither the
 // making of a full path nor the release of the parents recurses.
 
 namespace hoist {
+
+namespace {
+
+void appendName(std::string& path, const char* name) {
+  if (!path.ends_with('/')) path += '/';
+  path += name;
+}
+
+}  // namespace
 
 PXSubPath::PXSubPath(Private key, Bytes bytes, Ref<PXPath> parentPath)
     : PXPath(key, std::move(bytes)), parentPath_(std::move(parentPath)) {}
@@ -42,14 +51,23 @@ Ref<PXSubPath> PXSubPath::initWithCPath(std::string_view cPath) {
 
 const char* PXSubPath::cPath() const {
   if (auto made = cPathIfMade()) return made;
-  std::vector<const PXSubPath*> unmade = {this};
-  for (;;) {
-    auto above = dynamic_cast<const PXSubPath*>(unmade.back()->parentPath_.get());
-    if (!above || above->cPathIfMade()) break;
-    unmade.push_back(above);
+  // Up to the first location that knows its path, then down again by the names.
+  std::vector<const PXSubPath*> below = {this};
+  const PXPath* above = parentPath_.get();
+  const char* start = nullptr;
+  while (!start) {
+    auto subPath = dynamic_cast<const PXSubPath*>(above);
+    start = subPath ? subPath->cPathIfMade() : above->cPath();
+    if (!start) {
+      below.push_back(subPath);
+      above = subPath->parentPath_.get();
+    }
   }
-  for (auto path = unmade.rbegin(); path + 1 != unmade.rend(); ++path) (*path)->makeCPath();
-  return makeCPath();
+  std::string path = start;
+  for (auto subPath = below.rbegin(); subPath != below.rend(); ++subPath) {
+    appendName(path, (*subPath)->cName());
+  }
+  return keepCPath(path);
 }
 
 const char* PXSubPath::cPathIfMade() const {
@@ -58,13 +76,12 @@ const char* PXSubPath::cPathIfMade() const {
   return derived_ ? derived_->cPath.get() : nullptr;
 }
 
-const char* PXSubPath::makeCPath() const {
-  auto joined = joinPath(parentPath_->cPath(), cName());
+const char* PXSubPath::keepCPath(const std::string& path) const {
   SpinLockHolder lock(pathLock_);
   auto& cPath = derived().cPath;
   if (!cPath) {
-    cPath = std::make_unique<char[]>(joined.size() + 1);
-    joined.copy(cPath.get(), joined.size());
+    cPath = std::make_unique<char[]>(path.size() + 1);
+    path.copy(cPath.get(), path.size());
   }
   return cPath.get();
 }

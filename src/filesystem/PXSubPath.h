@@ -29,8 +29,8 @@ class PXSubPath final : public PXPath {
  private:
   // Nothing when it has to be made.
   const char* cPathIfMade() const;
-  // Makes the path under a parent whose path is made.
-  const char* makeCPath() const;
+  // The path stays where it is kept first.
+  const char* keepCPath(const std::string& path) const;
 
   // Only the destructor changes it.
   Ref<PXPath> parentPath_;
