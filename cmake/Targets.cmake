@@ -16,11 +16,20 @@ function(hoist_library name)
   endif()
 endfunction()
 
+# What every program of a sanitized build is linked with besides (an object, so that it is linked at all).
+set(sanitizer_defaults "")
+if(HOIST_SANITIZER)
+  add_library(hoist_sanitizer_defaults OBJECT ${PROJECT_SOURCE_DIR}/cmake/SanitizerDefaults.cc)
+  find_program(HOIST_SYMBOLIZER NAMES llvm-symbolizer llvm-symbolizer-14 REQUIRED)
+  target_compile_definitions(hoist_sanitizer_defaults PRIVATE HOIST_SYMBOLIZER="${HOIST_SYMBOLIZER}")
+  set(sanitizer_defaults hoist_sanitizer_defaults)
+endif()
+
 # hoist_program(NAME DEPENDS targets...): an executable NAME of the folder's main.cc.
 function(hoist_program name)
   cmake_parse_arguments(ARG "" "" "DEPENDS" ${ARGN})
   add_executable(${name} ${CMAKE_CURRENT_SOURCE_DIR}/main.cc)
-  target_link_libraries(${name} PRIVATE hoist_options ${ARG_DEPENDS})
+  target_link_libraries(${name} PRIVATE hoist_options ${ARG_DEPENDS} ${sanitizer_defaults})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 endfunction()
 
@@ -36,7 +45,8 @@ function(hoist_tests name)
     set(ARG_TIMEOUT 120)
   endif()
   add_executable(${name}_test ${sources})
-  target_link_libraries(${name}_test PRIVATE hoist_options ${ARG_DEPENDS} GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name}_test PRIVATE hoist_options ${ARG_DEPENDS} ${sanitizer_defaults}
+    GTest::gmock GTest::gtest_main)
   target_include_directories(${name}_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_compile_definitions(${name}_test PRIVATE HOIST_BUILD_DIR="${PROJECT_BINARY_DIR}" HOIST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   gtest_discover_tests(${name}_test DISCOVERY_MODE PRE_TEST

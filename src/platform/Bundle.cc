@@ -29,7 +29,7 @@ std::vector<std::uint8_t> readInfoPlist(int folder) {
 
 std::optional<Bundle> Bundle::bundleWithPath(std::string_view path) {
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  if (path.empty() || path.find('\0') != path.npos) return {};
+  if (path.empty() || path.find('\0') != std::string_view::npos) return {};
   std::string name(path);
   FileDescriptor folder(open(name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return {};

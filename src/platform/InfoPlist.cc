@@ -24,7 +24,9 @@ using Plist = std::unique_ptr<void, PlistFree>;
 
 std::size_t occurrences(std::string_view text, std::string_view part) {
   std::size_t count = 0;
-  for (auto at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
+  for (auto at = text.find(part); at != std::string_view::npos;
+       at = text.find(part, at + part.size()))
+    ++count;
   return count;
 }
 

@@ -14,7 +14,7 @@ enum class Severity { Caution = 3, Warning = 4, Failure = 5, Debug = 9 };
 // The platform names no product class, so it reports through a hook that the logger installs.
 // Without one, the report goes to standard error. Safe from any thread.
 using TroubleHook = std::function<void(Severity, std::string_view message)>;
-void setTroubleHook(TroubleHook hook);
+void setTroubleHook(TroubleHook function);
 void reportTrouble(Severity severity, std::string_view message);
 
 // Runs the code and reports, instead of passing on, whatever it throws: the boundary of threads,
