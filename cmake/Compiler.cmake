@@ -42,5 +42,8 @@ else()
   target_compile_options(hoist_options INTERFACE -fstack-protector-strong $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
   target_link_options(hoist_options INTERFACE -Wl,-z,relro,-z,now)
 endif()
+if(HOIST_BUILD_FUZZERS)
+  target_compile_options(hoist_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 # A library that nothing in a program calls is not loaded by it: the daemon is started on demand.
 target_link_options(hoist_options INTERFACE -Wl,--as-needed)

@@ -52,3 +52,12 @@ function(hoist_tests name)
   gtest_discover_tests(${name}_test DISCOVERY_MODE PRE_TEST
     PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()
+
+# hoist_fuzzer(NAME [SOURCES sources...] DEPENDS targets...): a libFuzzer program fuzz_NAME of NAME.cc and the sources.
+function(hoist_fuzzer name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(fuzz_${name} ${name}.cc ${ARG_SOURCES})
+  target_include_directories(fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(fuzz_${name} PRIVATE hoist_options ${ARG_DEPENDS} -fsanitize=fuzzer)
+  set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzz)
+endfunction()

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "CopyValues.h"
 #include "platform/SystemCall.h"
 #include "platform/dbus/Guid.h"
 #include "platform/dbus/Names.h"
@@ -50,52 +51,6 @@ bool authenticate(int socket, FrameReader& reader) {
   }
 }
 
-void copyValue(MessageReader& reader, MessageWriter& writer) {
-  switch (reader.peekType()) {
-    case 'y':
-      return writer.appendByte(reader.readByte());
-    case 'b':
-      return writer.appendBoolean(reader.readBoolean());
-    case 'n':
-      return writer.appendInt16(reader.readInt16());
-    case 'q':
-      return writer.appendUInt16(reader.readUInt16());
-    case 'i':
-      return writer.appendInt32(reader.readInt32());
-    case 'u':
-      return writer.appendUInt32(reader.readUInt32());
-    case 'x':
-      return writer.appendInt64(reader.readInt64());
-    case 't':
-      return writer.appendUInt64(reader.readUInt64());
-    case 'd':
-      return writer.appendDouble(reader.readDouble());
-    case 's':
-      return writer.appendString(reader.readString());
-    case 'o':
-      return writer.appendObjectPath(reader.readObjectPath());
-    case 'g':
-      return writer.appendSignature(reader.readSignature());
-    case 'h':
-      return writer.appendFileDescriptor(reader.readFileDescriptor());
-    case 'v':
-      writer.openVariant(reader.enterVariant());
-      break;
-    case 'a':
-      reader.enterArray(), writer.openArray();
-      break;
-    case '(':
-      reader.enterStruct(), writer.openStruct();
-      break;
-    case '{':
-      reader.enterDictEntry(), writer.openDictEntry();
-      break;
-  }
-  copyValues(reader, writer);
-  reader.leave();
-  writer.close();
-}
-
 }  // namespace
 
 void sendWhole(int socket, const OutgoingMessage& message) {
@@ -117,10 +72,6 @@ std::optional<Message> receiveWhole(int socket, FrameReader& reader) {
     if (received.status != IOStatus::kDone) return std::nullopt;
     reader.received(received.size, std::move(received.descriptors));
   }
-}
-
-void copyValues(MessageReader& reader, MessageWriter& writer) {
-  while (reader.hasMore()) copyValue(reader, writer);
 }
 
 EchoServer::EchoServer() {

@@ -6,8 +6,6 @@
 #include <thread>
 
 #include "platform/dbus/FrameReader.h"
-#include "platform/dbus/MessageReader.h"
-#include "platform/dbus/MessageWriter.h"
 
 namespace hoist::dbus {
 
@@ -18,9 +16,6 @@ namespace hoist::dbus {
 void sendWhole(int socket, const OutgoingMessage& message);
 // Waits for the next message; nothing when the peer has closed. Throws ProtocolError.
 std::optional<Message> receiveWhole(int socket, FrameReader& reader);
-
-// Copies every value that the reader has left, by the types that they have.
-void copyValues(MessageReader& reader, MessageWriter& writer);
 
 // Listens on a socket file in a folder of its own, for one client after the other, in a thread.
 // Answers a.b.Echo with the arguments, Hello and Ping as D-Bus has them, anything else with

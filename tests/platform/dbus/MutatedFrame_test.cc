@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <random>
 
+#include "CopyValues.h"
 #include "RecordedFrames.h"
 #include "platform/dbus/FrameReader.h"
-#include "platform/dbus/MessageReader.h"
 
 namespace hoist::dbus {
 namespace {

@@ -16,6 +16,8 @@
 #include <filesystem>
 
 #include "EchoServer.h"
+#include "platform/dbus/MessageReader.h"
+#include "platform/dbus/MessageWriter.h"
 #include "platform/dbus/Sasl.h"
 #include "platform/dbus/SocketIO.h"
 

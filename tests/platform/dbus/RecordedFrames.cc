@@ -9,8 +9,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "EchoServer.h"
-
 namespace hoist::dbus {
 
 const std::vector<RecordedFrame>& recordedFrames() {
@@ -31,14 +29,6 @@ FileDescriptors someFiles(std::size_t count) {
   FileDescriptors files;
   while (files.size() < count) files.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
   return files;
-}
-
-OutgoingMessage rewritten(Message& message) {
-  MessageWriter writer(message.header());
-  MessageReader reader(message);
-  copyValues(reader, writer);
-  reader.finish();
-  return writer.finish(message.serial());
 }
 
 }  // namespace hoist::dbus

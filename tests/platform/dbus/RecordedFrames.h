@@ -21,7 +21,4 @@ const std::vector<RecordedFrame>& recordedFrames();
 // So many descriptors of /dev/null.
 FileDescriptors someFiles(std::size_t count);
 
-// The message written anew by us, in our byte order.
-OutgoingMessage rewritten(Message& message);
-
 }  // namespace hoist::dbus
