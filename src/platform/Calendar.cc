@@ -116,7 +116,7 @@ DateComponents byAddingMonths(DateComponents at, Wide months) {
 DateComponents Calendar::componentsOf(Date date) {
   std::int64_t local = localSeconds(date.seconds());
   DateComponents result = civilFromDays(dayOf(local));
-  std::int64_t second = local - dayOf(local) * kDay;
+  auto second = static_cast<std::int64_t>(local - Wide{dayOf(local)} * kDay);
   result.hour = second / 3'600;
   result.minute = second / 60 % 60;
   result.second = second % 60;

@@ -27,7 +27,7 @@ void ExceptionState::encodeWithCoder(Encoder& encoder) const {
 
 void ExceptionState::decodeFields(Decoder& decoder) {
   AllowedClasses classes = propertyListClasses();
-  classes.insert({"NSError", "NSNull"});
+  classes.insert({"NSException", "NSError", "NSNull"});
   name = decoder.decodeString("NS.name").value_or("");
   reason = decoder.decodeString("NS.reason");
   auto details = decoder.decodeObject("NS.userinfo", classes);

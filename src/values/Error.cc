@@ -68,7 +68,10 @@ void Error::registerClass() {
        .decode = [](Decoder& decoder) -> Ref<Object> {
          auto domain = decoder.decodeString("NSDomain");
          auto code = decoder.decodeInteger("NSCode");
-         auto userInfo = decoder.decodePropertyList("NSUserInfo");
+         // Errors hold the errors that caused them.
+         AllowedClasses classes = propertyListClasses();
+         classes.insert({"NSError", "NSNull"});
+         auto userInfo = decoder.decodeObject("NSUserInfo", classes);
          if (!domain) throw DecodeError("an error without a domain");
          const Dictionary* entries = userInfo ? userInfo->dictionary() : nullptr;
          return make<Error>(*domain, code, entries ? *entries : Dictionary());
