@@ -2,11 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/PropertyListCheck.h"
 #include "values/Coder.h"
@@ -46,6 +44,10 @@ inline std::string archiveKey(std::string_view key) {
   return key.starts_with('$') ? "$" + std::string(key) : std::string(key);
 }
 
+// Throws DecodeError for a class that is neither one of the allowed ones nor derived from one.
+// "NSObject" allows every class, "NSNumber" booleans too.
+void requireAllowed(const std::string& className, const AllowedClasses& allowed);
+
 // Counts what a decoded object would be if nothing in it were shared, so that a few bytes cannot
 // stand for a description or a comparison without end.
 class ExpansionBudget {
@@ -60,15 +62,7 @@ class ExpansionBudget {
   };
 
   // Throws DecodeError when it is too much.
-  void spend(Extent extent) {
-    if (extent.nodes > nodesLeft_ || extent.bytes > bytesLeft_) {
-      throw DecodeError("too large written out");
-    }
-    nodesLeft_ -= extent.nodes;
-    bytesLeft_ -= extent.bytes;
-    spent_.nodes += extent.nodes;
-    spent_.bytes += extent.bytes;
-  }
+  void spend(Extent extent);
   Extent spent() const { return spent_; }
   Extent spentSince(Extent before) const {
     return {spent_.nodes - before.nodes, spent_.bytes - before.bytes};

@@ -221,14 +221,6 @@ KeyedUnarchiver::AllowedSet KeyedUnarchiver::intern(const AllowedClasses& allowe
   return allowedSets_.size() - 1;
 }
 
-void KeyedUnarchiver::requireAllowed(const std::string& className, AllowedSet allowed) const {
-  const AllowedClasses& classes = allowedSets_[allowed];
-  if (classes.contains(kAnyClass) || ClassRegistry::shared().isKindOf(className, classes)) return;
-  // The archive's numbers do not say which of them were made as booleans of a list of numbers.
-  if (className == "NSBoolean" && classes.contains("NSNumber")) return;
-  refuse("a class that is not allowed here: " + className);
-}
-
 // Null for the place that stands for no object.
 plist_t KeyedUnarchiver::objectAt(UID uid) const {
   if (uid >= objects_.size()) refuse("a reference to no place");
@@ -246,14 +238,12 @@ std::optional<Value> KeyedUnarchiver::object(UID uid, AllowedSet allowed) {
     if (!made.value) refuse("an object that contains itself");
     bool isContainer = made.value->array() || made.value->dictionary();
     if (!isContainer || made.allowed == allowed) {
-      requireAllowed(made.value->className(), allowed);
+      requireAllowed(made.value->className(), allowedSets_[allowed]);
       budget_.spend(made.extent);
       return made.value;
     }
     made.value.reset();
   }
-  if (depth_ == kMaximumArchiveDepth) refuse("objects more than 64 deep");
-  Scoped deeper(depth_, depth_ + 1);
   auto before = budget_.spent();
   Value value = make(node, allowed);
   budget_.spend({1, payloadOf(value)});
@@ -261,9 +251,14 @@ std::optional<Value> KeyedUnarchiver::object(UID uid, AllowedSet allowed) {
   return value;
 }
 
+unsigned KeyedUnarchiver::deeperByOne() const {
+  if (depth_ == kMaximumArchiveDepth) refuse("objects more than 64 deep");
+  return depth_ + 1;
+}
+
 Value KeyedUnarchiver::make(plist_t node, AllowedSet allowed) {
   if (auto leaf = leafFromNode(node)) {
-    requireAllowed(leaf->className(), allowed);
+    requireAllowed(leaf->className(), allowedSets_[allowed]);
     return *leaf;
   }
   return makeInstance(node, allowed);
@@ -272,7 +267,7 @@ Value KeyedUnarchiver::make(plist_t node, AllowedSet allowed) {
 Value KeyedUnarchiver::makeInstance(plist_t node, AllowedSet allowed) {
   const std::string& className = classOf(node);
   if (className.empty()) refuse("an object of an unknown class");
-  requireAllowed(className, allowed);
+  requireAllowed(className, allowedSets_[allowed]);
   if (className == "NSArray") return elements(node, kElementsKey, allowed);
   if (className == "NSDictionary") return makeDictionary(node, allowed);
   if (className == "NSString") return makeString(node);
@@ -285,6 +280,7 @@ Value KeyedUnarchiver::makeInstance(plist_t node, AllowedSet allowed) {
 std::vector<Value> KeyedUnarchiver::elements(plist_t node, const char* key, AllowedSet allowed) {
   plist_t array = plist_dict_get_item(node, key);
   if (plist_get_node_type(array) != PLIST_ARRAY) refuse(std::string("no list under ") + key);
+  Scoped deeper(depth_, deeperByOne());
   std::vector<Value> values;
   forEachElement(array, [&](plist_t element) {
     auto uid = uidOf(element);
@@ -309,6 +305,7 @@ Value KeyedUnarchiver::makeDictionary(plist_t node, AllowedSet allowed) {
 Value KeyedUnarchiver::makeObject(const std::string& className, plist_t node) {
   auto info = ClassRegistry::shared().find(className);
   if (!info || !info->decode) refuse("an object of an unknown class");
+  Scoped deeper(depth_, deeperByOne());
   Scoped inside(current_, node);
   Ref<Object> object = info->decode(*this);
   if (!object) refuse("a " + className + " that could not be made");

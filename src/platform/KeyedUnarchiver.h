@@ -61,9 +61,9 @@ class KeyedUnarchiver final : public Decoder {
   plist_t nodeForKey(std::string_view key) const;
   std::optional<Value> scalarForKey(std::string_view key);
   AllowedSet intern(const AllowedClasses& allowed);
-  void requireAllowed(const std::string& className, AllowedSet allowed) const;
   plist_t objectAt(UID uid) const;
   std::optional<Value> object(UID uid, AllowedSet allowed);
+  unsigned deeperByOne() const;
   Value make(plist_t node, AllowedSet allowed);
   Value makeInstance(plist_t node, AllowedSet allowed);
   Value makeDictionary(plist_t node, AllowedSet allowed);

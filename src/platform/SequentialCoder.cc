@@ -40,12 +40,6 @@ constexpr char kBytes = 'b';
   throw DecodeError(why);
 }
 
-void requireAllowed(const std::string& className, const AllowedClasses& allowed) {
-  if (allowed.contains("NSObject") || ClassRegistry::shared().isKindOf(className, allowed)) return;
-  if (className == "NSBoolean" && allowed.contains("NSNumber")) return;
-  refuse("a class that is not allowed here: " + className);
-}
-
 }  // namespace
 
 void SequentialEncoder::encodeObject(const std::optional<Value>& value) {
@@ -135,7 +129,11 @@ void SequentialEncoder::object(const Value& value) {
   kept_.push_back(object);
   tag(tags::kObject);
   text(object->className());
-  object->encodeWithCoder(*this);
+  try {
+    object->encodeWithCoder(*this);
+  } catch (const std::logic_error&) {
+    raise(object->className() + " has no unkeyed form");
+  }
 }
 
 std::optional<Value> SequentialDecoder::decodeObject(const AllowedClasses& allowed) {
@@ -261,7 +259,12 @@ Value SequentialDecoder::object(const AllowedClasses& allowed) {
   if (!info || !info->decode) refuse("an object of an unknown class");
   std::size_t place = made_.size();
   made_.emplace_back();
-  Ref<Object> object = info->decode(*this);
+  Ref<Object> object;
+  try {
+    object = info->decode(*this);
+  } catch (const std::logic_error&) {
+    refuse("an object that has no unkeyed form");
+  }
   if (!object) refuse("a " + className + " that could not be made");
   made_[place] = {object, budget_.spentSince(before)};
   return object;

@@ -50,7 +50,7 @@ Value everything() {
       {"old", Date(-14'182'980)},
       {"far", Date(16'725'225'600)},
       {"array", Array{1, "two", Array{}, Dictionary{}}},
-      {"dictionary", Dictionary{{"inner", Dictionary{{"x", Array{Array{Array{}}}}}}}},
+      {"dictionary", Dictionary{{"inner", Dictionary{{"x", Array{Value(Array{Value(Array{})})}}}}}},
   };
 }
 
