@@ -24,8 +24,11 @@ class Error final : public Object {
   static constexpr const char* kFailingURLString = "NSErrorFailingURLStringKey";
   static constexpr const char* kFilePath = "NSFilePath";
 
-  // Code of NSCocoaErrorDomain for a connection that is not or no longer valid.
+  // Codes of NSCocoaErrorDomain for a connection that ended before the answer, that is not or no
+  // longer valid, and whose peer answered with an error or something else than it should.
+  static constexpr std::int64_t kConnectionInterrupted = 4097;
   static constexpr std::int64_t kConnectionInvalid = 4099;
+  static constexpr std::int64_t kConnectionReplyInvalid = 4101;
 
   Error(std::string domain, std::int64_t code, Dictionary userInfo = {});
   // An error of the POSIX domain, described by the C library's text for the number; with the path

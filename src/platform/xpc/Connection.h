@@ -39,7 +39,8 @@ class Connection : public Object {
   static Ref<Connection> initWithListenerEndpoint(Endpoint endpoint);
   // Speaks as the client on a connected stream socket of the Unix family.
   static Ref<Connection> initWithSocket(FileDescriptor socket);
-  // For use by the above and by Listener.
+  // For use by Listener, and by the above.
+  static Ref<Connection> initWithChannel(Ref<Channel> channel);
   explicit Connection(Ref<Channel> channel);
   ~Connection() override;
 
@@ -81,12 +82,18 @@ class Connection : public Object {
   // A process descriptor of the peer; empty where the kernel has none or the process is gone.
   FileDescriptor processDescriptor() const;
 
+  // Whether the peer still has its end open: a handler that takes long can ask whether anybody
+  // waits for it.
+  bool isPeerConnected() const;
+
   std::string className() const override { return "NSXPCConnection"; }
   // "<NSXPCConnection: 0x...> connection to service named ..." or "... from user ..., process ...".
   std::string description() const override;
 
  private:
-  Ref<Channel> channel_;
+  friend class Proxy;
+
+  const Ref<Channel> channel_;
 };
 
 }  // namespace hoist::xpc

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
+
 #include "platform/FileDescriptor.h"
 #include "values/Ref.h"
 
@@ -22,8 +24,8 @@ class Endpoint {
 
   // A new stream socket that is connected to the listener, close-on-exec. The user that the
   // listener sees is the effective user of the caller. Throws SystemCallError when the listener is
-  // gone; waits, at most until the listener is, while very many others connect.
-  FileDescriptor connect() const;
+  // gone. Waits while very many others connect, until the flag, if there is one, is set.
+  FileDescriptor connect(const std::atomic<bool>* cancelled = nullptr) const;
 
  private:
   explicit Endpoint(FileDescriptor descriptor)

@@ -20,7 +20,7 @@ class Interface {
   static Ref<Interface> interfaceWithProtocol(const Protocol& protocol) {
     return make<Interface>(protocol);
   }
-  explicit Interface(const Protocol& protocol) : protocol_(protocol) {}
+  explicit Interface(const Protocol& protocol);
 
   const Protocol& protocol() const { return protocol_; }
 

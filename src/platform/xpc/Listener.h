@@ -26,7 +26,6 @@ class ListenerDelegate {
   virtual bool shouldAcceptNewConnection(Listener& listener, const Ref<Connection>& connection) = 0;
 };
 
-// A listener, seen by its thread.
 class Acceptor;
 
 // Waits for the connections of a service's name, of its endpoint, or of both, once it is resumed.

@@ -46,16 +46,18 @@ class ReplyTarget {
 struct Method {
   std::string selector;             // "first:second:reply:"
   std::string member;               // its name on the wire: every ':' turned into '_'
+  std::string interfaceName;        // of the protocol that declares it
   std::vector<Argument> arguments;  // without the reply block
   std::vector<Argument> results;
   std::string argumentSignature;
   std::string resultSignature;
-  bool hasReply;
-  bool optional;
-  const void* key;  // keyOf<&Class::operation>
+  bool hasReply = false;
+  bool optional = false;
+  const void* key = nullptr;  // keyOf<&Class::operation>
   // Reads the arguments and calls the operation of the object. What is thrown before the reader is
   // finished is the message's fault.
-  void (*invoke)(Exportable& object, ArgumentReader& reader, const Ref<ReplyTarget>& target);
+  void (*invoke)(Exportable& object, ArgumentReader& reader,
+                 const Ref<ReplyTarget>& target) = nullptr;
 };
 
 // The operations that an object answers, by name and with types: the D-Bus interface
@@ -134,15 +136,18 @@ class Protocol {
     return method;
   }
 
+  template <class Type>
+  static Argument describeArgument(const Parameter& parameter) {
+    return {parameter.name, Wire<Type>::signature(), parameter.className, Wire<Type>::nilable};
+  }
+
   template <class... Types>
   static std::vector<Argument> describeArguments(TypeList<Types...>, std::string_view selector,
                                                  Parameters parameters) {
     requireCount(selector, sizeof...(Types), parameters.size());
     std::vector<Argument> arguments;
     [[maybe_unused]] auto parameter = parameters.begin();
-    (arguments.push_back(
-         {parameter->name, Wire<Types>::signature(), parameter->className, Wire<Types>::nilable}),
-     ..., ++parameter);
+    (arguments.push_back(describeArgument<Types>(*parameter++)), ...);
     return arguments;
   }
 

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,10 @@ void setRuntimeDirectory(std::string directory);
 // The path of the service's socket. Throws std::invalid_argument for a name that cannot be a file's
 // name, or whose path is longer than a socket's address may be.
 std::string socketPathForServiceName(std::string_view serviceName);
+
+// A connected, close-on-exec stream socket. Waits while very many others connect, until the flag is
+// set. Throws SystemCallError when nobody listens, std::invalid_argument as above.
+FileDescriptor connectToService(const std::string& serviceName, const std::atomic<bool>& cancelled);
 
 // A listening socket and, when this process made its file, the file.
 struct ServiceSocket {

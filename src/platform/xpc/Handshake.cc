@@ -1,0 +1,62 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/xpc/Handshake.h"
+
+#include <fmt/format.h>
+#include <sys/socket.h>
+
+#include "platform/dbus/SocketIO.h"
+#include "platform/xpc/PeerReports.h"
+
+namespace hoist::xpc {
+
+Handshake::Handshake(FileDescriptor socket, Ref<Admission> admission, const std::string& guid)
+    : socket_(std::move(socket)),
+      admission_(std::move(admission)),
+      sasl_(admission_->peer().user, guid),
+      deadline_(Clock::instant() + kAuthenticationTime) {}
+
+Handshake::Outcome Handshake::advance() {
+  std::uint8_t buffer[4096];
+  auto got = dbus::receive(socket(), buffer, kDescriptorsOfOneMessage, MSG_DONTWAIT);
+  if (got.status == dbus::IOStatus::kWouldBlock) return Outcome::kNeedsInput;
+  if (got.status == dbus::IOStatus::kEnd) return Outcome::kFailed;
+  if (got.status == dbus::IOStatus::kFailed) return fail("cannot be read");
+  auto step = sasl_.receive({reinterpret_cast<const char*>(buffer), got.size});
+  if (!step.reply.empty()) {
+    // A peer that does not read the few bytes of its own authentication is not waited for.
+    auto sent = dbus::send(
+        socket(), {reinterpret_cast<const std::uint8_t*>(step.reply.data()), step.reply.size()},
+        MSG_DONTWAIT);
+    if (sent.size != step.reply.size()) return fail("does not read the authentication's answers");
+  }
+  if (step.state == dbus::SaslState::kFailed) return fail(sasl_.failure());
+  std::span<const std::uint8_t> rest(buffer + step.consumed, got.size - step.consumed);
+  bool mayBringDescriptors = step.state == dbus::SaslState::kAuthenticated && !rest.empty() &&
+                             sasl_.fileDescriptorsNegotiated();
+  if (!got.descriptors.empty() && !mayBringDescriptors) {
+    return fail("passes descriptors that were not agreed on");
+  }
+  if (step.state == dbus::SaslState::kNeedMore) return Outcome::kNeedsInput;
+  auto descriptors = sasl_.fileDescriptorsNegotiated() ? kDescriptorsOfOneMessage : 0;
+  reader_ = dbus::FrameReader({admission_->limits().messageSize, descriptors});
+  try {
+    if (!rest.empty()) reader_.append(rest, std::move(got.descriptors));
+  } catch (const dbus::ProtocolError& error) {
+    return fail(error.what());
+  }
+  admission_->authenticated();
+  return Outcome::kAuthenticated;
+}
+
+void Handshake::reportLate() const {
+  fail(fmt::format("has not authenticated after {} seconds (kAuthenticationTime in xpc/Limits.h)",
+                   kAuthenticationTime.count()));
+}
+
+Handshake::Outcome Handshake::fail(std::string_view why) const {
+  reportPeer(admission_->peer(), fmt::format("closed, {}", why));
+  return Outcome::kFailed;
+}
+
+}  // namespace hoist::xpc

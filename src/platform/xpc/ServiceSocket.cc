@@ -1,0 +1,210 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+// A socket's file outlives the process that made it. A new listener tells a stale file from a live
+// one by connecting to it, and then puts its own in the place by a rename, so that clients never
+// see a moment without a listening socket. Two that start at once are kept apart by a lock on the
+// folder.
+
+#include "platform/xpc/ServiceSocket.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <stdexcept>
+#include <vector>
+
+#include "platform/Mutex.h"
+#include "platform/SystemCall.h"
+#include "platform/xpc/SocketFacts.h"
+#include "values/product.h"
+
+namespace hoist::xpc {
+namespace {
+
+// Connections that may wait to be accepted: the kernel's own bound (net.core.somaxconn) cuts it.
+constexpr int kBacklog = 4096;
+constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kSocketMode = 0666;
+
+std::string& directory() {
+  static auto& path = *new std::string(product::kRuntimeDirectory);
+  return path;
+}
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) {
+    throw std::invalid_argument("the path of a service's socket is too long: " + path);
+  }
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return address;
+}
+
+FileDescriptor makeSocket(int flags) {
+  return FileDescriptor(systemCall(
+      "socket", [&] { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0); }));
+}
+
+// The descriptors that the service manager passed, by name. Each is given out once.
+class PassedSockets {
+ public:
+  static PassedSockets& shared() {
+    static auto& sockets = *new PassedSockets;
+    return sockets;
+  }
+
+  FileDescriptor take(const std::string& name) {
+    MutexLock lock(mutex_);
+    for (std::size_t index = 0; index < names_.size(); ++index) {
+      bool isOnly = names_.size() == 1;
+      if (!isOnly && names_[index] != name) continue;
+      int descriptor = SD_LISTEN_FDS_START + static_cast<int>(index);
+      if (!isListeningStream(descriptor) || !given_.insert(descriptor).second) continue;
+      return FileDescriptor(descriptor);
+    }
+    return {};
+  }
+
+ private:
+  PassedSockets() {
+    char** names = nullptr;
+    int count = sd_listen_fds_with_names(0, &names);
+    for (int index = 0; index < count; ++index) {
+      names_.emplace_back(names ? names[index] : "");
+      if (names) std::free(names[index]);
+    }
+    std::free(names);
+  }
+
+  std::vector<std::string> names_;
+  Mutex mutex_;
+  std::set<int> given_ GUARDED_BY(mutex_);
+};
+
+// Held while the file of a socket is looked at and replaced.
+FileDescriptor lockDirectory(const std::string& path) {
+  FileDescriptor folder(systemCall(
+      "open", [&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }, path));
+  systemCall(
+      "flock", [&] { return ::flock(folder.get(), LOCK_EX); }, path);
+  return folder;
+}
+
+void makeDirectory(const std::string& path) {
+  if (::mkdir(path.c_str(), kDirectoryMode) == 0) {
+    // Whatever the umask.
+    systemCall(
+        "chmod", [&] { return ::chmod(path.c_str(), kDirectoryMode); }, path);
+  } else if (errno != EEXIST) {
+    throwSystemCallError("mkdir", path);
+  }
+}
+
+bool isLive(const std::string& path) {
+  auto probe = makeSocket(SOCK_NONBLOCK);
+  auto address = addressOf(path);
+  int result = ::connect(probe.get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+  // EAGAIN: somebody listens, with very many who wait.
+  return result == 0 || errno == EAGAIN;
+}
+
+ServiceSocket makeServiceSocket(const std::string& path) {
+  ServiceSocket made;
+  made.descriptor = makeSocket(0);
+  auto temporary = fmt::format("{}.{}", path, ::getpid());
+  auto address = addressOf(temporary);
+  ::unlink(temporary.c_str());
+  systemCall(
+      "bind",
+      [&] {
+        return ::bind(made.descriptor.get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+      },
+      temporary);
+  made.madePath = temporary;
+  try {
+    struct stat facts;
+    systemCall(
+        "chmod", [&] { return ::chmod(temporary.c_str(), kSocketMode); }, temporary);
+    systemCall(
+        "lstat", [&] { return ::lstat(temporary.c_str(), &facts); }, temporary);
+    systemCall("listen", [&] { return ::listen(made.descriptor.get(), kBacklog); });
+    systemCall(
+        "rename", [&] { return ::rename(temporary.c_str(), path.c_str()); }, path);
+    made.madePath = path;
+    made.madeDevice = facts.st_dev;
+    made.madeInode = facts.st_ino;
+  } catch (...) {
+    ::unlink(temporary.c_str());
+    throw;
+  }
+  return made;
+}
+
+}  // namespace
+
+const std::string& runtimeDirectory() {
+  return directory();
+}
+
+void setRuntimeDirectory(std::string path) {
+  directory() = std::move(path);
+}
+
+std::string socketPathForServiceName(std::string_view serviceName) {
+  if (serviceName.empty() || serviceName == "." || serviceName == ".." ||
+      serviceName.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) {
+    throw std::invalid_argument("no name of a service: '" + std::string(serviceName) + "'");
+  }
+  auto path = fmt::format("{}/{}", directory(), serviceName);
+  addressOf(path);
+  return path;
+}
+
+FileDescriptor connectToService(const std::string& serviceName,
+                                const std::atomic<bool>& cancelled) {
+  auto path = socketPathForServiceName(serviceName);
+  auto address = addressOf(path);
+  auto socket = makeSocket(0);
+  // A connect that waits for a place in the listener's queue ends with EAGAIN after that time.
+  timeval patience{0, 100'000};
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  while (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) < 0) {
+    if (errno != EAGAIN && errno != EINTR) throwSystemCallError("connect", path);
+    if (cancelled) throw SystemCallError(ECANCELED, "connect", path);
+  }
+  patience = {};
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  return socket;
+}
+
+ServiceSocket ServiceSocket::forServiceName(const std::string& serviceName) {
+  if (auto passed = PassedSockets::shared().take(serviceName)) return {std::move(passed), {}, 0, 0};
+  auto path = socketPathForServiceName(serviceName);
+  makeDirectory(directory());
+  auto lock = lockDirectory(directory());
+  if (isLive(path)) throw SystemCallError(EADDRINUSE, "bind", path);
+  return makeServiceSocket(path);
+}
+
+void ServiceSocket::removeFile() {
+  if (madePath.empty()) return;
+  auto lock = lockDirectory(directory());
+  struct stat facts;
+  if (::lstat(madePath.c_str(), &facts) == 0 && facts.st_dev == madeDevice &&
+      facts.st_ino == madeInode) {
+    ::unlink(madePath.c_str());
+  }
+  madePath.clear();
+}
+
+}  // namespace hoist::xpc
