@@ -29,6 +29,10 @@ target_include_directories(hoist_options INTERFACE ${PROJECT_SOURCE_DIR}/src ${P
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(hoist_options INTERFACE -Wthread-safety)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # False alarms of g++ 12 about joined strings at -O3 (GCC bug 105651).
+  target_compile_options(hoist_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+endif()
 if(HOIST_SANITIZER STREQUAL "address")
   target_compile_options(hoist_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(hoist_options INTERFACE -fsanitize=address,undefined)

@@ -65,7 +65,8 @@ class Logger : public Object {
 
   // Makes NSLogLogger known to the class registry. defaultLogger() does so by itself.
   static void registerClasses();
-  // From now on the platform's reports come here, with the classification that they name.
+  // From now on the platform's reports come here, with the classification that they name; what was
+  // raised and ended there comes as a Failure with the exception's details.
   static void receivePlatformTrouble();
 
   // ---- Class operations: messages ----

@@ -27,6 +27,8 @@
 namespace hoist {
 namespace {
 
+constexpr std::size_t kDateLength = 32;
+
 iovec bytesOf(const std::string& text) {
   return {const_cast<char*>(text.data()), text.size()};
 }
@@ -59,6 +61,8 @@ Console& Console::shared() {
 Console::Console(Destination destination, int descriptor)
     : destination_(destination),
       descriptor_(descriptor),
+      origin_(std::string(" ") + program_invocation_short_name + "[" + std::to_string(::getpid()) +
+              "] "),
       dateFormatter_("yyyy-MM-dd HH:mm:ss.SSS Z") {}
 
 Console::Destination Console::destinationOf(int descriptor, const char* journalStream) {
@@ -90,13 +94,9 @@ bool Console::writeToJournal(int priority, std::string_view text,
 
 void Console::writeToDescriptor(std::string_view text) {
   std::string entry;
-  entry.reserve(text.size() + 96);
+  entry.reserve(text.size() + kDateLength + origin_.size());
   dateFormatter_.appendDate(Clock::now(), entry);
-  entry += ' ';
-  entry += program_invocation_short_name;
-  entry += '[';
-  entry += std::to_string(::getpid());
-  entry += "] ";
+  entry += origin_;
   appendAsOneEntry(entry, text);
   std::string_view rest = entry;
   while (!rest.empty()) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "platform/DateFormatter.h"
@@ -43,6 +44,8 @@ class Console {
 
   const Destination destination_;
   const int descriptor_;
+  // " PROGRAM[PROCESS] "
+  const std::string origin_;
   const DateFormatter dateFormatter_;
 };
 

@@ -5,6 +5,10 @@
 #include <functional>
 #include <string_view>
 
+namespace hoist {
+class Exception;
+}
+
 namespace hoist::platform {
 
 // How bad a piece of trouble is, in the logger's classifications: debug 9, caution 3, warning 4,
@@ -16,6 +20,11 @@ enum class Severity { Caution = 3, Warning = 4, Failure = 5, Debug = 9 };
 using TroubleHook = std::function<void(Severity, std::string_view message)>;
 void setTroubleHook(TroubleHook function);
 void reportTrouble(Severity severity, std::string_view message);
+
+// The same for an exception that ended what was being done there, with all that it carries. Without
+// a hook of its own it is reported as the text "PLACE raised: NAME: REASON".
+using ExceptionHook = std::function<void(std::string_view place, const Exception& exception)>;
+void setExceptionHook(ExceptionHook hook);
 
 // Runs the code and reports, instead of passing on, whatever it throws: the boundary of threads,
 // posted blocks and callbacks of C libraries. The place names what was being done ("a posted

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,57 +14,79 @@ namespace hoist {
 struct LoggedLine {
   Classification classification;
   std::string text;
-  // The identifiers of the line and of the one that it is in.
+  // The line's identifier.
   std::string line;
-  std::string parent;
+  friend bool operator==(const LoggedLine&, const LoggedLine&) = default;
+  friend void PrintTo(const LoggedLine& line, std::ostream* out) {
+    *out << line.classification << " \"" << line.text << "\" [" << line.line << "]";
+  }
 };
 
-// The default logger while it lives; keeps what is logged, whatever its classification.
-class LogRecorder {
+// Keeps every line, whatever its classification, and writes nothing.
+class RecordingLogger : public Logger {
  public:
-  LogRecorder() : logger_(make<Recorder>()) { Logger::setDefaultLogger(logger_); }
-  ~LogRecorder() { Logger::releaseDefaultLogger(); }
-  LogRecorder(const LogRecorder&) = delete;
-  LogRecorder& operator=(const LogRecorder&) = delete;
+  std::optional<std::string> formatMessage(std::string_view message, const LogLineIdentifier& line,
+                                           Classification classification,
+                                           std::string_view) override {
+    MutexLock lock(mutex_);
+    lines_.push_back({classification, std::string(message), line.description()});
+    return std::nullopt;
+  }
 
   std::vector<LoggedLine> lines() const {
-    MutexLock lock(logger_->mutex);
-    return logger_->lines;
+    MutexLock lock(mutex_);
+    return lines_;
   }
-  // The texts of one classification.
+  // The texts of the lines of one classification.
   std::vector<std::string> texts(Classification classification) const {
     std::vector<std::string> texts;
-    for (auto& line : lines()) {
+    for (const auto& line : lines()) {
       if (line.classification == classification) texts.push_back(line.text);
     }
     return texts;
   }
   std::vector<std::string> texts() const {
     std::vector<std::string> texts;
-    for (auto& line : lines()) texts.push_back(line.text);
+    for (const auto& line : lines()) texts.push_back(line.text);
     return texts;
+  }
+  void clear() {
+    MutexLock lock(mutex_);
+    lines_.clear();
   }
 
  private:
-  struct Recorder final : Logger {
-    Ref<LogLineIdentifier> logInLineMessage(Classification classification,
-                                            const Ref<LogLineIdentifier>& parent,
-                                            LogMessage message) override {
-      std::string storage;
-      std::string text(message.text(storage));
-      auto line = Logger::logInLineMessage(classification, parent, text);
-      MutexLock lock(mutex);
-      lines.push_back({classification, text, line->description(),
-                       (parent ? parent : Logger::rootLogLine())->description()});
-      return line;
-    }
-    std::string className() const override { return "RecordingLogger"; }
+  mutable Mutex mutex_;
+  std::vector<LoggedLine> lines_ GUARDED_BY(mutex_);
+};
 
-    Mutex mutex;
-    std::vector<LoggedLine> lines GUARDED_BY(mutex);
-  };
+// Makes a logger the default one for as long as this object lives; afterwards the default is chosen
+// anew.
+template <class Kind = RecordingLogger>
+class ScopedDefaultLogger {
+ public:
+  ScopedDefaultLogger() : ScopedDefaultLogger(make<Kind>()) {}
+  explicit ScopedDefaultLogger(Ref<Kind> logger) : logger_(std::move(logger)) {
+    Logger::setDefaultLogger(logger_);
+  }
+  ~ScopedDefaultLogger() { Logger::releaseDefaultLogger(); }
+  ScopedDefaultLogger(const ScopedDefaultLogger&) = delete;
+  ScopedDefaultLogger& operator=(const ScopedDefaultLogger&) = delete;
+  Kind* operator->() const { return logger_.get(); }
+  Kind& operator*() const { return *logger_; }
 
-  const Ref<Recorder> logger_;
+ private:
+  Ref<Kind> logger_;
+};
+
+// A recording logger that is the default one.
+class LogRecorder : public ScopedDefaultLogger<RecordingLogger> {
+ public:
+  std::vector<LoggedLine> lines() const { return (*this)->lines(); }
+  std::vector<std::string> texts(Classification classification) const {
+    return (*this)->texts(classification);
+  }
+  std::vector<std::string> texts() const { return (*this)->texts(); }
 };
 
 }  // namespace hoist

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
-// What the process has one of: the default logger, the root line, the lines of placeholders; and
-// the class operations that forward to the default logger.
+// The class operations: most of them forward to the default logger. With them, what all loggers
+// share: the root line and the lines of placeholders.
 
 #include <unistd.h>
 
@@ -9,12 +9,9 @@
 #include <map>
 
 #include "exceptions/KLException.h"
-#include "logging/Logger.h"
-#include "logging/NSLogLogger.h"
-#include "platform/AssertionHandler.h"
+#include "logging/LoggerInUse.h"
+#include "platform/Calendar.h"
 #include "platform/Clock.h"
-#include "platform/Trouble.h"
-#include "values/ClassRegistry.h"
 #include "values/product.h"
 
 namespace hoist {
@@ -23,106 +20,16 @@ namespace {
 // So often the exception of one placeholder's reason is written.
 constexpr std::uint64_t kMaximumExceptionsOfReason = 60;
 
-struct Shared {
+struct PlaceholderLines {
   SpinLock lock;
-  Ref<Logger> logger GUARDED_BY(lock);
   std::map<std::string, Ref<LogLineIdentifier>, std::less<>> lines GUARDED_BY(lock);
-
-  Ref<Logger> current() {
-    SpinLockHolder holder(lock);
-    return logger;
-  }
-  // The one that is replaced is let go outside the lock.
-  void install(Ref<Logger> replacement) {
-    SpinLockHolder holder(lock);
-    logger.swap(replacement);
-    holder.unlock();
-  }
 };
-
-Shared& shared() {
-  static auto& instance = *new Shared;
+PlaceholderLines& placeholders() {
+  static auto& instance = *new PlaceholderLines;
   return instance;
 }
 
-// Null when there is no such class or it makes no logger.
-Ref<Logger> makeLogger(std::string_view className) {
-  auto known = ClassRegistry::shared().find(className);
-  return known && known->create ? as<Logger>(known->create()) : nullptr;
-}
-
-void installFallback() {
-  constexpr std::string_view kForRoot[] = {"NullLogger", "NSLogLogger"};
-  constexpr std::string_view kForOthers[] = {"NSLogLogger", "NullLogger"};
-  const auto& names = ::geteuid() == 0 ? kForRoot : kForOthers;
-  for (auto name : names) {
-    if (auto logger = makeLogger(name)) return Logger::setDefaultLogger(logger);
-  }
-  failAssertion({"+[Logger defaultLogger]", __FILE__, __LINE__},
-                std::string("could not create fallback Logger; tried ")
-                    .append(names[0])
-                    .append(", ")
-                    .append(names[1]));
-}
-
-void installStandardLogger() {
-  auto fallback = shared().current();
-  auto putBack = [&](const Exception& exception) {
-    shared().install(fallback);
-    if (!as<NSLogLogger>(fallback)) return;
-    fallback->logInLineMessage(classification::Failure, nullptr,
-                               "could not create standard logger; logging to console");
-    fallback->logMapInLineException(classification::Failure, nullptr, nullptr, exception);
-  };
-  try {
-    if (auto logger = makeLogger("LogFileLogger")) Logger::setDefaultLogger(logger);
-  } catch (const Exception& exception) {
-    putBack(exception);
-  } catch (const std::exception& exception) {
-    putBack(Exception(Exception::kGenericException, exception.what()));
-  }
-}
-
 }  // namespace
-
-Ref<Logger> Logger::defaultLogger() {
-  if (auto logger = shared().current()) return logger;
-  [[maybe_unused]] static const bool registered = (registerClasses(), true);
-  installFallback();
-  installStandardLogger();
-  auto logger = shared().current();
-  // Released meanwhile by another thread: chosen anew.
-  return logger ? logger : defaultLogger();
-}
-
-void Logger::setDefaultLogger(const Ref<Logger>& logger) {
-  releaseDefaultLogger();
-  if (logger) logger->reopen();
-  shared().install(logger);
-}
-
-void Logger::releaseDefaultLogger() {
-  shared().install(nullptr);
-}
-
-void Logger::registerClasses() {
-  ClassRegistry::shared().add({.name = "Logger",
-                               .superclass = "",
-                               .decode = nullptr,
-                               .create = [] { return make<Logger>(); },
-                               .classObject = nullptr});
-  ClassRegistry::shared().add({.name = "NSLogLogger",
-                               .superclass = "Logger",
-                               .decode = nullptr,
-                               .create = [] { return make<NSLogLogger>(); },
-                               .classObject = nullptr});
-}
-
-void Logger::receivePlatformTrouble() {
-  platform::setTroubleHook([](platform::Severity severity, std::string_view message) {
-    log(static_cast<Classification>(severity), message);
-  });
-}
 
 const Ref<LogLineIdentifier>& Logger::rootLogLine() {
   static const auto& root = *new Ref<LogLineIdentifier>(
@@ -133,13 +40,13 @@ const Ref<LogLineIdentifier>& Logger::rootLogLine() {
 Ref<LogLineIdentifier> Logger::makeRootLogLine(Date now, std::uint64_t processIdentifier) {
   // Days are counted from 1 January of the year 1, which is day 1.
   constexpr std::uint64_t kDayOf1970 = 719163;
-  std::time_t seconds = now.seconds();
-  std::tm local{};
-  ::localtime_r(&seconds, &local);
-  auto date = std::chrono::year(local.tm_year + 1900) / (local.tm_mon + 1) / local.tm_mday;
+  auto local = Calendar::componentsOf(now);
+  auto date = std::chrono::year(static_cast<int>(local.year)) /
+              std::chrono::month(static_cast<unsigned>(local.month)) /
+              std::chrono::day(static_cast<unsigned>(local.day));
   auto day = static_cast<std::uint64_t>(std::chrono::sys_days(date).time_since_epoch().count()) +
              kDayOf1970;
-  auto minute = static_cast<std::uint64_t>(local.tm_hour * 60 + local.tm_min + 1);
+  auto minute = static_cast<std::uint64_t>(local.hour * 60 + local.minute + 1);
   std::uint64_t fraction = std::min<std::uint64_t>(minute, 1439) * 100 / 1440;
 
   auto application = LogLineIdentifier::initExtending(nullptr, product::kApplicationNumber);
@@ -148,28 +55,28 @@ Ref<LogLineIdentifier> Logger::makeRootLogLine(Date now, std::uint64_t processId
 }
 
 Ref<LogLineIdentifier> Logger::logLineForKey(std::string_view key) {
-  SpinLockHolder holder(shared().lock);
-  auto found = shared().lines.find(key);
-  return found == shared().lines.end() ? nullptr : found->second;
+  SpinLockHolder holder(placeholders().lock);
+  auto found = placeholders().lines.find(key);
+  return found == placeholders().lines.end() ? nullptr : found->second;
 }
 
 void Logger::setLogLine(const Ref<LogLineIdentifier>& line, std::string_view key) {
   std::string ownKey(key);
-  SpinLockHolder holder(shared().lock);
+  SpinLockHolder holder(placeholders().lock);
   if (line) {
-    shared().lines.insert_or_assign(std::move(ownKey), line);
+    placeholders().lines.insert_or_assign(std::move(ownKey), line);
   } else {
-    shared().lines.erase(ownKey);
+    placeholders().lines.erase(ownKey);
   }
 }
 
 Ref<LogLineIdentifier> Logger::log(Classification classification, LogMessage message) {
-  return defaultLogger()->logInLineMessage(classification, nullptr, message);
+  return LoggerInUse()->logInLineMessage(classification, nullptr, message);
 }
 
 Ref<LogLineIdentifier> Logger::log(Classification classification,
                                    const Ref<LogLineIdentifier>& parent, LogMessage message) {
-  return defaultLogger()->logInLineMessage(classification, parent, message);
+  return LoggerInUse()->logInLineMessage(classification, parent, message);
 }
 
 Ref<LogLineIdentifier> Logger::logPlaceholder(Classification classification, LogMessage message,
@@ -212,7 +119,7 @@ Ref<LogLineIdentifier> Logger::logException(Classification classification,
 Ref<LogLineIdentifier> Logger::logException(Classification classification,
                                             const Ref<LogLineIdentifier>& parent,
                                             const Exception& exception) {
-  return defaultLogger()->logMapInLineException(
+  return LoggerInUse()->logMapInLineException(
       classification, &KLException::userInfoLogClassifications(), parent, exception);
 }
 
@@ -222,8 +129,8 @@ Ref<LogLineIdentifier> Logger::logNewException(const Exception& exception) {
 
 Ref<LogLineIdentifier> Logger::logNewException(Classification classification,
                                                const Exception& exception) {
-  return defaultLogger()->isNewException(exception) ? logException(classification, exception)
-                                                    : nullptr;
+  return LoggerInUse()->isNewException(exception) ? logException(classification, exception)
+                                                  : nullptr;
 }
 
 Ref<LogLineIdentifier> Logger::logMessageWithExceptionDetails(Classification classification,
@@ -252,7 +159,7 @@ Ref<LogLineIdentifier> Logger::logKeyValue(Classification classification,
                                            const Ref<LogLineIdentifier>& parent,
                                            std::string_view key,
                                            const std::optional<Value>& value) {
-  return defaultLogger()->logInLineKeyValue(classification, parent, key, value);
+  return LoggerInUse()->logInLineKeyValue(classification, parent, key, value);
 }
 
 }  // namespace hoist
