@@ -23,15 +23,6 @@ constexpr std::size_t kChunkSize = 128 * 1024;
 // terminal must not become ours.
 constexpr int kOpenFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
 
-// The relative path can neither leave the folder nor pass through a link.
-int openBeneath(int folder, const std::string& path, int flags) {
-  open_how how{};
-  how.flags = static_cast<std::uint64_t>(flags);
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  return static_cast<int>(retryInterrupted(
-      [&] { return syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how); }));
-}
-
 void requireRegularFile(int fd, const std::string& path) {
   struct stat status;
   systemCall(
@@ -50,17 +41,28 @@ FileDescriptor openRegularFile(const std::string& path) {
   return file;
 }
 
+FileDescriptor openBeneath(int folder, const std::string& path, int flags) {
+  open_how how{};
+  how.flags = static_cast<std::uint64_t>(flags | O_CLOEXEC);
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
+  const auto openIt = [&] { return syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how); };
+  return FileDescriptor(static_cast<int>(systemCall("openat2", openIt, path)));
+}
+
 FileDescriptor openRegularFileBeneath(int folder, const std::string& path) {
-  FileDescriptor file(systemCall(
-      "openat2", [&] { return openBeneath(folder, path, kOpenFlags); }, path));
+  FileDescriptor file = openBeneath(folder, path, kOpenFlags);
   requireRegularFile(file.get(), path);
   return file;
 }
 
 bool isRegularFileBeneath(int folder, const std::string& path) {
-  const FileDescriptor name(openBeneath(folder, path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  struct stat status;
-  return name && fstat(name.get(), &status) == 0 && S_ISREG(status.st_mode);
+  try {
+    const auto name = openBeneath(folder, path, O_PATH | O_NOFOLLOW);
+    struct stat status;
+    return fstat(name.get(), &status) == 0 && S_ISREG(status.st_mode);
+  } catch (const SystemCallError&) {
+    return false;
+  }
 }
 
 std::uint64_t readInChunks(int fd, std::uint64_t maximumBytes, const ChunkUse& use) {

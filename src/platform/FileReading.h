@@ -19,8 +19,12 @@ namespace hoist::platform {
 // byte is read. Throws SystemCallError.
 FileDescriptor openRegularFile(const std::string& path);
 
-// Opens a regular file below the folder, which the relative path can neither leave nor reach
-// through a link. Throws SystemCallError as openRegularFile does.
+// Opens an item below the folder with the given flags, to which O_CLOEXEC is added. The relative
+// path can neither leave the folder (EXDEV) nor pass through a link (ELOOP) nor into another mount
+// (EXDEV). Throws SystemCallError.
+FileDescriptor openBeneath(int folder, const std::string& path, int flags);
+
+// The same for a regular file, refusing others as openRegularFile does.
 FileDescriptor openRegularFileBeneath(int folder, const std::string& path);
 
 // Whether a regular file stands there, readable or not; opens nothing but its name.
