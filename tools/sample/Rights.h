@@ -1,0 +1,46 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <vector>
+
+namespace hoist::sample {
+
+// A user with the groups that the user database gives it.
+struct UserIdentity {
+  uid_t user = 0;
+  gid_t group = 0;
+  std::vector<gid_t> groups;
+};
+
+// The user that stands behind this process: its real user. Started set-user-ID by a daemon (real
+// user a client, effective user root), that is the client.
+UserIdentity realUser();
+
+// While one lives, the calling thread reaches files with the real user's rights only. Without
+// effect where real and effective user are one. Throws Refusal when the identity cannot be taken.
+class RealUsersFileRights {
+ public:
+  RealUsersFileRights();
+  ~RealUsersFileRights();
+  RealUsersFileRights(const RealUsersFileRights&) = delete;
+  RealUsersFileRights& operator=(const RealUsersFileRights&) = delete;
+
+ private:
+  bool changed_;
+};
+
+// Gives up, for good, everything that only attaching needed: a root process becomes the real user,
+// or nobody when that is root too, with no capability and no way back. Its first call changes the
+// user of all threads of the process; what the kernel keeps per thread it changes for the calling
+// one, so every thread calls it. Throws Refusal when the kernel does not let go.
+void dropRights();
+
+// Ceilings on memory, processor time, file size, core files and children for the whole process. The
+// duration is that of the sampling.
+void limitResources(std::chrono::milliseconds duration);
+
+}  // namespace hoist::sample
