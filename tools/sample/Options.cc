@@ -110,6 +110,9 @@ Options parseOptions(int count, char* const* arguments) {
     }
   }
   takePositional(options, count - ::optind, arguments + ::optind);
+  if (options.reportPath && options.reportPath == options.flameGraphPath) {
+    throw UsageError("report and flame graph cannot be one file");
+  }
   return options;
 }
 

@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -80,8 +79,6 @@ void TargetProcess::openPinned() {
                       : fmt::format("cannot hold process {}: {}", id_, errorText(number)));
   }
   status_ = std::move(*status);
-  struct stat owner;
-  if (::fstat(directory_.get(), &owner) == 0) user_ = owner.st_uid;
 }
 
 void TargetProcess::refuseWhatHasNoStacks() const {
@@ -94,21 +91,23 @@ void TargetProcess::refuseWhatHasNoStacks() const {
 
 void TargetProcess::openWithRights() {
   tasks_.reset(::openat(directory_.get(), "task", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  std::vector<pid_t> all = threads();
-  // The first thread of a process may end before the others: then only it is a zombie.
-  bool ended = status_.isZombie() && std::all_of(all.begin(), all.end(), [&](pid_t thread) {
-                 auto status = threadStatus(thread);
-                 return !status || status->isZombie();
-               });
-  if (ended) throw Refusal(fmt::format("process {} has ended (it is a zombie)", id_));
-  memory_.reset(::openat(directory_.get(), "mem", O_RDONLY | O_CLOEXEC));
+  // The first thread of a process may end before the others: it is a zombie then and shows no memory,
+  // but any other one does.
+  const std::vector<pid_t> all = threads();
+  const auto living = std::find_if(all.begin(), all.end(), [&](pid_t thread) {
+    auto status = threadStatus(thread);
+    return status && !status->isZombie();
+  });
+  if (living == all.end()) throw Refusal(fmt::format("process {} has ended (it is a zombie)", id_));
+  memory_ = openThreadFile(*living, "mem");
   if (!memory_) {
     throw Refusal(fmt::format("process {} may not be looked into: {}", id_, errorText(errno)));
   }
-  maps_.reset(::openat(directory_.get(), "maps", O_RDONLY | O_CLOEXEC));
+  maps_ = openThreadFile(*living, "maps");
   mappedFiles_.reset(::openat(directory_.get(), "map_files", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  rootDirectory_.reset(::openat(directory_.get(), "root", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  path_ = readLinkAt(directory_.get(), "exe");
+  rootDirectory_.reset(::openat(tasks_.get(), fmt::format("{}/root", *living).c_str(),
+                                O_PATH | O_DIRECTORY | O_CLOEXEC));
+  path_ = readLinkAt(tasks_.get(), fmt::format("{}/exe", *living).c_str());
 }
 
 void TargetProcess::refuse32Bit() const {

@@ -31,7 +31,6 @@ class TargetProcess {
   const std::string& name() const { return status_.name; }
   // Of the executable, as the kernel shows it; empty when it shows none.
   const std::string& path() const { return path_; }
-  uid_t user() const { return user_; }
   pid_t parent() const { return status_.parent; }
   Date started() const;
 
@@ -66,7 +65,6 @@ class TargetProcess {
   pid_t id_ = 0;
   ProcessStatus status_;
   std::string path_;
-  uid_t user_ = 0;
   FileDescriptor pidfd_;
   FileDescriptor directory_;
   FileDescriptor tasks_;
