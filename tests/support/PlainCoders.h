@@ -13,8 +13,8 @@ namespace hoist {
 // The simplest coders: what one writes the other reads. The keyed one keeps the values by key, the
 // sequential one in order.
 struct PlainKeyedEncoder final : Encoder {
-  using Encoder::encodeObject;
   using Encoder::encodeBytes;
+  using Encoder::encodeObject;
   bool isKeyed() const override { return true; }
   void encodeObject(std::string_view key, const std::optional<Value>& value) override {
     if (value) fields[std::string(key)] = *value;
@@ -29,8 +29,8 @@ struct PlainKeyedEncoder final : Encoder {
 };
 
 struct PlainKeyedDecoder final : Decoder {
-  using Decoder::decodeObject;
   using Decoder::decodeBytes;
+  using Decoder::decodeObject;
   explicit PlainKeyedDecoder(Dictionary values) : fields(std::move(values)) {}
   bool isKeyed() const override { return true; }
   bool containsKey(std::string_view key) const override { return fields.contains(key); }
@@ -50,8 +50,8 @@ struct PlainKeyedDecoder final : Decoder {
 };
 
 struct PlainSequence final : Encoder {
-  using Encoder::encodeObject;
   using Encoder::encodeBytes;
+  using Encoder::encodeObject;
   bool isKeyed() const override { return false; }
   void encodeObject(const std::optional<Value>& value) override {
     values.push_back(value.value_or(Value()));
@@ -61,8 +61,8 @@ struct PlainSequence final : Encoder {
 };
 
 struct PlainSequenceReader final : Decoder {
-  using Decoder::decodeObject;
   using Decoder::decodeBytes;
+  using Decoder::decodeObject;
   explicit PlainSequenceReader(std::deque<Value> written) : values(std::move(written)) {}
   bool isKeyed() const override { return false; }
   std::optional<Value> decodeObject(const AllowedClasses&) override { return take(); }
