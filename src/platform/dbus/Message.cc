@@ -61,20 +61,26 @@ void takeKnownField(Cursor& cursor, unsigned code, Header& header) {
   }
 }
 
+void takeUnknownField(Cursor& cursor) {
+  std::string_view type = cursor.takeSignature();
+  require(!type.empty() && completeTypeLength(type) == type.size(),
+          "a variant does not hold exactly one value");
+  BodyValidator(cursor).checkValues(type, kFieldDepth);
+}
+
 void takeFields(Cursor& cursor, Header& header) {
   unsigned seen = 0;  // one bit a known code
   while (cursor.position < cursor.end) {
     cursor.align(8);
     unsigned code = *cursor.take(1);
     require(code != 0, "a header field has the code 0");
-    std::string_view type = cursor.takeSignature();
     if (code > kFieldTypes.size()) {
-      require(!type.empty() && completeTypeLength(type) == type.size(),
-              "a variant does not hold exactly one value");
-      BodyValidator(cursor).checkValues(type, kFieldDepth);
+      takeUnknownField(cursor);
       continue;
     }
-    require(type == kFieldTypes.substr(code - 1, 1), "a header field has the wrong type");
+    const std::uint8_t* type = cursor.take(3);
+    require(type[0] == 1 && type[1] == kFieldTypes[code - 1] && type[2] == 0,
+            "a header field has the wrong type");
     require(!(seen & (1u << code)), "a header field appears twice");
     seen |= 1u << code;
     takeKnownField(cursor, code, header);

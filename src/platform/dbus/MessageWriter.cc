@@ -32,10 +32,10 @@ void MessageWriter::writeHeader(const Header& header) {
   const std::uint8_t fixed[kFixedHeaderSize] = {
       std::endian::native == std::endian::little ? std::uint8_t{'l'} : std::uint8_t{'B'},
       static_cast<std::uint8_t>(header.type), header.flags, kProtocolVersion};
-  put(fixed, sizeof fixed);
+  std::memcpy(extend(1, sizeof fixed), fixed, sizeof fixed);
   writeFields(header);
   patch(12, static_cast<std::uint32_t>(bytes_.size() - kFixedHeaderSize));
-  pad(8);
+  extend(8, 0);
   bodyOffset_ = bytes_.size();
 }
 
@@ -71,27 +71,27 @@ void MessageWriter::writeFields(const Header& header) {
   }
 }
 
-void MessageWriter::writeFieldStart(std::uint8_t code, char type) {
-  pad(8);
-  const std::uint8_t start[4] = {code, 1, static_cast<std::uint8_t>(type), 0};
-  put(start, sizeof start);
+// Makes room for a field and writes what each begins with: code, and type of the value.
+std::uint8_t* MessageWriter::startField(std::uint8_t code, char type, std::size_t valueSize) {
+  std::uint8_t* place = extend(8, 4 + valueSize);
+  place[0] = code;
+  place[1] = 1;
+  place[2] = static_cast<std::uint8_t>(type);
+  return place + 4;
 }
 
 void MessageWriter::writeTextField(std::uint8_t code, char type, std::string_view text) {
-  writeFieldStart(code, type);
-  putText(text);
+  writeText(startField(code, type, 4 + text.size() + 1), text);
 }
 
 void MessageWriter::writeNumberField(std::uint8_t code, std::uint32_t number) {
-  writeFieldStart(code, 'u');
-  put(&number, sizeof number);
+  std::memcpy(startField(code, 'u', sizeof number), &number, sizeof number);
 }
 
 void MessageWriter::writeSignatureField(std::string_view signature) {
   levels_[0] = {0, 0, 0, 0, 0};
   if (signature.empty()) return;
-  writeFieldStart(8, 'g');
-  putSignature(signature);
+  writeSignature(startField(8, 'g', 1 + signature.size() + 1), signature);
   auto end = static_cast<std::uint32_t>(bytes_.size() - 1);
   levels_[0].typesEnd = end;
   levels_[0].types = end - static_cast<std::uint32_t>(signature.size());
@@ -99,34 +99,29 @@ void MessageWriter::writeSignatureField(std::string_view signature) {
 
 // Raw bytes.
 
-void MessageWriter::put(const void* source, std::size_t size) {
-  require(size <= maximumSize_ - bytes_.size(), "the message is too long");
-  const auto* begin = static_cast<const std::uint8_t*>(source);
-  bytes_.insert(bytes_.end(), begin, begin + size);
-}
-
-void MessageWriter::pad(std::size_t alignment) {
-  constexpr std::uint8_t kZeros[8] = {};
-  put(kZeros, paddingTo(bytes_.size(), alignment));
+// Pads to the alignment and makes room behind, all of it zero. Every byte of a message comes from
+// here.
+std::uint8_t* MessageWriter::extend(std::size_t alignment, std::size_t size) {
+  std::size_t start = bytes_.size() + paddingTo(bytes_.size(), alignment);
+  require(size <= maximumSize_ && start <= maximumSize_ - size, "the message is too long");
+  bytes_.resize(start + size);
+  return bytes_.data() + start;
 }
 
 void MessageWriter::patch(std::size_t offset, std::uint32_t number) {
   std::memcpy(bytes_.data() + offset, &number, sizeof number);
 }
 
-void MessageWriter::putText(std::string_view text) {
-  require(text.size() < maximumSize_, "the message is too long");
+// The NUL behind a text is there already.
+void MessageWriter::writeText(std::uint8_t* place, std::string_view text) {
   auto length = static_cast<std::uint32_t>(text.size());
-  put(&length, sizeof length);
-  put(text.data(), text.size());
-  put("", 1);
+  std::memcpy(place, &length, sizeof length);
+  if (!text.empty()) std::memcpy(place + sizeof length, text.data(), text.size());
 }
 
-void MessageWriter::putSignature(std::string_view signature) {
-  auto length = static_cast<std::uint8_t>(signature.size());
-  put(&length, 1);
-  put(signature.data(), signature.size());
-  put("", 1);
+void MessageWriter::writeSignature(std::uint8_t* place, std::string_view signature) {
+  place[0] = static_cast<std::uint8_t>(signature.size());
+  if (!signature.empty()) std::memcpy(place + 1, signature.data(), signature.size());
 }
 
 // Values.
@@ -158,8 +153,7 @@ template <class T>
 void MessageWriter::appendFixed(char type, T value) {
   expect(type);
   advance(1);
-  pad(sizeof value);
-  put(&value, sizeof value);
+  std::memcpy(extend(sizeof value, sizeof value), &value, sizeof value);
 }
 
 void MessageWriter::appendByte(std::uint8_t value) {
@@ -193,8 +187,7 @@ void MessageWriter::appendDouble(double value) {
 void MessageWriter::appendText(char type, std::string_view value) {
   expect(type);
   advance(1);
-  pad(4);
-  putText(value);
+  writeText(extend(4, 4 + value.size() + 1), value);
 }
 
 void MessageWriter::appendString(std::string_view value) {
@@ -211,7 +204,7 @@ void MessageWriter::appendSignature(std::string_view value) {
   require(isValidSignature(value), "a signature is not valid");
   expect('g');
   advance(1);
-  putSignature(value);
+  writeSignature(extend(1, 1 + value.size() + 1), value);
 }
 
 void MessageWriter::appendFileDescriptor(FileDescriptor value) {
@@ -224,7 +217,8 @@ void MessageWriter::appendFileDescriptor(FileDescriptor value) {
 void MessageWriter::appendBytes(std::span<const std::uint8_t> value) {
   openArray();
   expect('y');
-  put(value.data(), value.size());
+  std::uint8_t* place = extend(1, value.size());
+  if (!value.empty()) std::memcpy(place, value.data(), value.size());
   close();
 }
 
@@ -249,10 +243,9 @@ void MessageWriter::openArray() {
   auto end = static_cast<std::uint32_t>(level().types + type.size());
   std::size_t alignment = alignmentOf(type[1]);
   advance(type.size());
-  pad(4);
-  auto lengthOffset = static_cast<std::uint32_t>(bytes_.size());
-  put("\0\0\0", 4);
-  pad(alignment);
+  extend(4, 4);
+  auto lengthOffset = static_cast<std::uint32_t>(bytes_.size() - 4);
+  extend(alignment, 0);
   enter('a', element, end);
   level().lengthOffset = lengthOffset;
 }
@@ -269,7 +262,7 @@ void MessageWriter::openTuple(char kind) {
   std::size_t length = peekSignature().size();
   std::uint32_t inner = level().types + 1;
   advance(length);
-  pad(8);
+  extend(8, 0);
   enter(kind, inner, static_cast<std::uint32_t>(inner + length - 2));
 }
 
@@ -277,7 +270,7 @@ void MessageWriter::openVariant(std::string_view signature) {
   require(isSingleCompleteType(signature), "a variant's signature is not one complete type");
   expect('v');
   advance(1);
-  putSignature(signature);
+  writeSignature(extend(1, 1 + signature.size() + 1), signature);
   auto end = static_cast<std::uint32_t>(bytes_.size() - 1);
   enter('v', static_cast<std::uint32_t>(end - signature.size()), end);
 }

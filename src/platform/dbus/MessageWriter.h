@@ -81,15 +81,14 @@ class MessageWriter {
   const Level& level() const { return levels_[depth_]; }
   void writeHeader(const Header& header);
   void writeFields(const Header& header);
-  void writeFieldStart(std::uint8_t code, char type);
+  std::uint8_t* startField(std::uint8_t code, char type, std::size_t valueSize);
   void writeTextField(std::uint8_t code, char type, std::string_view text);
   void writeNumberField(std::uint8_t code, std::uint32_t number);
   void writeSignatureField(std::string_view signature);
-  void put(const void* source, std::size_t size);
-  void pad(std::size_t alignment);
+  std::uint8_t* extend(std::size_t alignment, std::size_t size);
   void patch(std::size_t offset, std::uint32_t number);
-  void putText(std::string_view text);
-  void putSignature(std::string_view signature);
+  void writeText(std::uint8_t* place, std::string_view text);
+  void writeSignature(std::uint8_t* place, std::string_view signature);
   std::string_view types() const;
   void expect(char type) const;
   void advance(std::size_t typeLength);

@@ -33,19 +33,15 @@ std::uint8_t classOf(char c) {
 // Elements separated by dots, each beginning with a character of class `first`, going on with
 // `rest`; at least `minimum`.
 bool areElements(std::string_view name, std::uint8_t first, std::uint8_t rest, int minimum) {
-  int elements = 0;
-  bool atStart = true;
-  for (char c : name) {
-    if (c == '.') {
-      if (atStart) return false;
-      atStart = true;
-      continue;
-    }
-    if (!(classOf(c) & (atStart ? first : rest))) return false;
-    elements += atStart;
-    atStart = false;
+  const char* p = name.data();
+  const char* end = p + name.size();
+  for (int elements = 1;; ++elements) {
+    if (p == end || !(classOf(*p) & first)) return false;
+    do ++p;
+    while (p != end && (classOf(*p) & rest));
+    if (p == end) return elements >= minimum;
+    if (*p++ != '.') return false;
   }
-  return !atStart && elements >= minimum;
 }
 
 bool isContinuation(std::uint8_t byte) {

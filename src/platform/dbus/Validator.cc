@@ -10,12 +10,10 @@
 
 namespace hoist::dbus {
 
-void Cursor::align(std::size_t alignment) {
-  std::size_t padding = paddingTo(position, alignment);
-  if (padding == 0) return;
-  const std::uint8_t* p = take(padding);
-  for (std::size_t i = 0; i < padding; ++i) {
-    if (p[i] != 0) throw ProtocolError("padding is not zero");
+void Cursor::takePadding(std::size_t size) {
+  const std::uint8_t* padding = take(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    if (padding[i] != 0) throw ProtocolError("padding is not zero");
   }
 }
 

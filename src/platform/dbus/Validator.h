@@ -64,7 +64,10 @@ struct Cursor {
     position += size;
     return bytes + position - size;
   }
-  void align(std::size_t alignment);
+  void align(std::size_t alignment) {
+    if (std::size_t padding = paddingTo(position, alignment)) takePadding(padding);
+  }
+  void takePadding(std::size_t size);
   std::uint32_t takeLength();                     // aligned
   std::string_view takeText(std::size_t length);  // with the NUL behind it, which must be there
   std::string_view takeString();                  // UTF-8

@@ -179,7 +179,7 @@ TEST(MalformedMessage, FieldsOfTheWrongType) {
   EXPECT_EQ(
       fieldsComplaint(5, [](RawFrame& fields) { field(fields, 3, "ss").string("M").string("M"); }),
       "a header field has the wrong type");
-  EXPECT_EQ(fieldsComplaint(5, [](RawFrame& fields) { field(fields, 3, ""); }),
+  EXPECT_EQ(fieldsComplaint(5, [](RawFrame& fields) { field(fields, 3, "").u8(0); }),
             "a header field has the wrong type");
 }
 
