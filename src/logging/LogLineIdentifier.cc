@@ -20,8 +20,12 @@ const AllowedClasses& identifierClasses() {
   return classes;
 }
 
+// Nothing is no parent; anything else must be an identifier.
 Ref<LogLineIdentifier> identifierIn(const std::optional<Value>& value) {
-  return value ? value->objectAs<LogLineIdentifier>() : nullptr;
+  if (!value) return nullptr;
+  auto identifier = value->objectAs<LogLineIdentifier>();
+  if (!identifier) throw DecodeError("the parent is no line identifier");
+  return identifier;
 }
 
 std::optional<Value> valueOf(const Ref<LogLineIdentifier>& identifier) {

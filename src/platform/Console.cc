@@ -17,7 +17,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -66,12 +65,10 @@ Console::Console(Destination destination, int descriptor)
       dateFormatter_("yyyy-MM-dd HH:mm:ss.SSS Z") {}
 
 Console::Destination Console::destinationOf(int descriptor, const char* journalStream) {
-  unsigned long long device = 0;
-  unsigned long long inode = 0;
   struct stat status;
-  bool journal = journalStream && std::sscanf(journalStream, "%llu:%llu", &device, &inode) == 2 &&
-                 ::fstat(descriptor, &status) == 0 && status.st_dev == device &&
-                 status.st_ino == inode;
+  bool journal =
+      journalStream && ::fstat(descriptor, &status) == 0 &&
+      journalStream == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
   return journal ? Destination::Journal : Destination::Descriptor;
 }
 

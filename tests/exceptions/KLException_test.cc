@@ -9,7 +9,8 @@
 #include <climits>
 
 #include "platform/AssertionHandler.h"
-#include "support/MemoryCoder.h"
+#include "platform/KeyedArchiver.h"
+#include "platform/KeyedUnarchiver.h"
 
 namespace hoist {
 namespace {
@@ -387,7 +388,9 @@ TEST(KLException, DescriptionQuotesBlanksAndTabsButNotLineBreaks) {
 TEST(KLException, RemadeFromAnArchiveIsReadButTakesNoMoreDetails) {
   KLException::registerClass();
   auto original = ioException().setPOSIXErr(EIO).setSoft(true);
-  auto remade = as<ExceptionState>(MemoryArchive::of(*original.state()).remade());
+  auto data = KeyedArchiver::archivedDataWithRootObject(original.state());
+  auto remade =
+      KeyedUnarchiver::unarchivedObjectOfClasses({"NSException"}, data)->objectAs<ExceptionState>();
   ASSERT_TRUE(remade);
   auto exception = KLException::from(Exception(remade));
   ASSERT_TRUE(exception);

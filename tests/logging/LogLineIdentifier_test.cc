@@ -9,8 +9,12 @@
 #include <vector>
 
 #include "logging/Logger.h"
-#include "support/MemoryCoder.h"
+#include "platform/KeyedArchiver.h"
+#include "platform/KeyedUnarchiver.h"
+#include "platform/SequentialCoder.h"
+#include "support/PlainCoders.h"
 #include "support/RecordingLogger.h"
+#include "values/ClassRegistry.h"
 
 namespace hoist {
 namespace {
@@ -222,73 +226,86 @@ TEST(LogLinePin, EverythingLoggedInsideCarriesTheSameIdentifier) {
 class LogLineArchive : public testing::Test {
  protected:
   LogLineArchive() { LogLineIdentifier::registerClasses(); }
+
+  static Ref<LogLineIdentifier> remade(const Ref<LogLineIdentifier>& identifier) {
+    auto data = KeyedArchiver::archivedDataWithRootObject(identifier);
+    return KeyedUnarchiver::unarchivedObjectOfClasses({"LogLineIdentifier"}, data)
+        ->objectAs<LogLineIdentifier>();
+  }
+  static Dictionary fieldsOf(const LogLineIdentifier& identifier) {
+    PlainKeyedEncoder encoder;
+    identifier.encodeWithCoder(encoder);
+    return encoder.fields;
+  }
 };
+
+TEST_F(LogLineArchive, KeyedHasParentMaskSequenceAndCount) {
+  auto identifier = line("7.100");
+  identifier->noteClassification(0);
+  identifier->noteClassification(5);
+  identifier->next();
+  EXPECT_EQ(fieldsOf(*identifier), (Dictionary{{"parent", Value(identifier->parent())},
+                                               {"classmap", Value(33)},
+                                               {"seq", Value(100)},
+                                               {"subseq", Value(1)}}));
+  EXPECT_FALSE(fieldsOf(*line("7")).contains("parent"));
+}
 
 TEST_F(LogLineArchive, KeyedKeepsAncestryMaskAndCounts) {
   auto parent = line("7.73926658");
   parent->noteClassification(9);
   auto identifier = parent->next();
-  identifier->noteClassification(0);
   identifier->noteClassification(5);
   identifier->next();
-  auto archive = MemoryArchive::of(*identifier);
-  EXPECT_EQ(archive.className, "LogLineIdentifier");
-  EXPECT_EQ(archive.values["classmap"], Value(33));
-  EXPECT_EQ(archive.values["seq"], Value(1));
-  EXPECT_EQ(archive.values["subseq"], Value(1));
 
-  auto remade = as<LogLineIdentifier>(archive.remade());
-  ASSERT_TRUE(remade);
-  EXPECT_EQ(remade->description(), "7.73926658.1");
-  EXPECT_EQ(remade->classifications(), 33u);
-  EXPECT_EQ(remade->count(), 1u);
-  EXPECT_EQ(remade->parent()->classifications(), 1u << 9);
-  EXPECT_EQ(remade->parent()->count(), 1u);
-  EXPECT_EQ(remade->next()->description(), "7.73926658.1.2");
+  auto copy = remade(identifier);
+  EXPECT_EQ(copy->description(), "7.73926658.1");
+  EXPECT_EQ(copy->className(), "LogLineIdentifier");
+  EXPECT_EQ(copy->classifications(), 1u << 5);
+  EXPECT_EQ(copy->count(), 1u);
+  EXPECT_EQ(copy->parent()->classifications(), 1u << 9);
+  EXPECT_EQ(copy->parent()->count(), 1u);
+  EXPECT_EQ(copy->parent()->parent()->parent(), nullptr);
+  EXPECT_EQ(copy->next()->description(), "7.73926658.1.2");
 }
 
 TEST_F(LogLineArchive, KeyedKeepsTheFullWidthOfNumbers) {
-  auto archive = MemoryArchive::of(*line("18446744073709551615"));
-  EXPECT_EQ(as<LogLineIdentifier>(archive.remade())->sequence(), ~std::uint64_t{0});
-}
-
-TEST_F(LogLineArchive, TopmostWritesNoParent) {
-  auto archive = MemoryArchive::of(*line("7"));
-  EXPECT_TRUE(archive.objects.empty());
-  EXPECT_EQ(as<LogLineIdentifier>(archive.remade())->parent(), nullptr);
+  EXPECT_EQ(remade(line("18446744073709551615"))->sequence(), ~std::uint64_t{0});
 }
 
 TEST_F(LogLineArchive, PinComesBackAsAPin) {
-  auto remade = as<LogLineIdentifier>(MemoryArchive::of(*line("7.1.4")->pinned()).remade());
-  ASSERT_TRUE(remade);
-  EXPECT_EQ(remade->next(), remade);
-  EXPECT_EQ(remade->description(), "7.1.4");
+  auto copy = remade(line("7.1.4")->pinned());
+  EXPECT_EQ(copy->next(), copy);
+  EXPECT_EQ(copy->description(), "7.1.4");
 }
 
 TEST_F(LogLineArchive, ParentOfAnotherClassIsRefused) {
-  auto archive = MemoryArchive::of(*line("7.1"));
-  archive.objects["parent"].className = "NSError";
-  EXPECT_THROW(archive.remade(), DecodeError);
+  PlainKeyedDecoder decoder({{"parent", Value("7")}, {"seq", Value(1)}});
+  EXPECT_THROW(ClassRegistry::shared().find("LogLineIdentifier")->decode(decoder), DecodeError);
 }
 
-TEST_F(LogLineArchive, SequentialWritesParentThenThreeNumbersCutTo32Bits) {
+TEST_F(LogLineArchive, SequentialHasParentThenThreeNumbersCutTo32Bits) {
   auto identifier = LogLineIdentifier::initExtending(line("7"), 0x1'0000'0005);
   identifier->noteClassification(4);
   identifier->next();
-  SequentialMemory memory;
-  identifier->encodeWithCoder(memory);
-  ASSERT_EQ(memory.items.size(), 4u);
-  EXPECT_EQ(memory.items[0]->objectAs<LogLineIdentifier>(), identifier->parent());
-  EXPECT_EQ(memory.items[1], Value(16));
-  EXPECT_EQ(memory.items[2], Value(5));
-  EXPECT_EQ(memory.items[3], Value(1));
+  SequentialEncoder encoder;
+  identifier->encodeWithCoder(encoder);
 
-  auto remade =
-      as<LogLineIdentifier>(ClassRegistry::shared().find("LogLineIdentifier")->decode(memory));
-  ASSERT_TRUE(remade);
-  EXPECT_EQ(remade->description(), "7.5");
-  EXPECT_EQ(remade->classifications(), 16u);
-  EXPECT_EQ(remade->count(), 1u);
+  SequentialDecoder fields(encoder.data());
+  EXPECT_EQ(fields.decodeObject({"LogLineIdentifier"})->objectAs<LogLineIdentifier>()->sequence(),
+            7u);
+  EXPECT_EQ(fields.decodeUInt32(), 16u);
+  EXPECT_EQ(fields.decodeUInt32(), 5u);
+  EXPECT_EQ(fields.decodeUInt32(), 1u);
+  EXPECT_TRUE(fields.atEnd());
+
+  SequentialDecoder decoder(encoder.data());
+  auto copy =
+      as<LogLineIdentifier>(ClassRegistry::shared().find("LogLineIdentifier")->decode(decoder));
+  ASSERT_TRUE(copy);
+  EXPECT_EQ(copy->description(), "7.5");
+  EXPECT_EQ(copy->classifications(), 16u);
+  EXPECT_EQ(copy->count(), 1u);
 }
 
 }  // namespace

@@ -1,0 +1,221 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/Console.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "platform/FileDescriptor.h"
+#include "support/TimeZone.h"
+
+namespace hoist {
+namespace {
+
+using testing::MatchesRegex;
+
+// A pipe that a console writes to. Entries are small enough for its buffer.
+class Pipe {
+ public:
+  Pipe() {
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    reading_ = FileDescriptor(ends[0]);
+    writing_ = FileDescriptor(ends[1]);
+  }
+  int writingEnd() const { return writing_.get(); }
+  // Everything that was written; ends the writing.
+  std::string contents() {
+    writing_.reset();
+    std::string text;
+    char buffer[4096];
+    ssize_t size;
+    while ((size = ::read(reading_.get(), buffer, sizeof buffer)) > 0) {
+      text.append(buffer, static_cast<std::size_t>(size));
+    }
+    return text;
+  }
+
+ private:
+  FileDescriptor reading_;
+  FileDescriptor writing_;
+};
+
+std::string written(std::string_view text) {
+  Pipe pipe;
+  Console(Console::Destination::Descriptor, pipe.writingEnd()).write(LOG_INFO, text);
+  return pipe.contents();
+}
+
+TEST(Console, AddsDateProgramAndProcess) {
+  TimeZone zone("CET-1");
+  TestClock clock(Date(1709644029, 123'456'789));
+  EXPECT_EQ(written("(Warning) volume is full"), "2024-03-05 14:07:09.123 +0100 platform_test[" +
+                                                     std::to_string(::getpid()) +
+                                                     "] (Warning) volume is full\n");
+}
+
+TEST(Console, TextIsNoFormat) {
+  EXPECT_THAT(written("100 %s %n %@"), testing::EndsWith("] 100 %s %n %@\n"));
+}
+
+TEST(Console, LinesOfATextCannotPoseAsEntries) {
+  EXPECT_THAT(written("one\ntwo\n"), testing::EndsWith("] one\n\ttwo\n\t\n"));
+  EXPECT_THAT(written(""), testing::EndsWith("] \n"));
+}
+
+TEST(Console, LongEntryArrivesWhole) {
+  std::string text(10'000'000, 'x');
+  Pipe pipe;
+  FileDescriptor writing(::fcntl(pipe.writingEnd(), F_DUPFD_CLOEXEC, 0));
+  std::string contents;
+  {
+    std::jthread reader([&] { contents = pipe.contents(); });
+    Console(Console::Destination::Descriptor, writing.get()).write(LOG_INFO, text);
+    writing.reset();
+  }
+  EXPECT_TRUE(contents.ends_with("] " + text + "\n")) << contents.size();
+}
+
+TEST(Console, EntriesOfManyThreadsDoNotMix) {
+  constexpr int kThreads = 4;
+  constexpr int kEntries = 100;
+  Pipe pipe;
+  Console console(Console::Destination::Descriptor, pipe.writingEnd());
+  {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+      threads.emplace_back([&, thread] {
+        std::string text(50 + static_cast<std::size_t>(thread), static_cast<char>('a' + thread));
+        for (int entry = 0; entry < kEntries; ++entry) console.write(LOG_INFO, text);
+      });
+    }
+  }
+  std::istringstream lines(pipe.contents());
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    EXPECT_THAT(line, MatchesRegex("[^]]*\\] (a{50}|b{51}|c{52}|d{53})"));
+  }
+  EXPECT_EQ(count, kThreads * kEntries);
+}
+
+TEST(Console, EntryThatCannotBeWrittenIsLost) {
+  Console(Console::Destination::Descriptor, -1).write(LOG_INFO, "nowhere");
+  FileDescriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+  Console(Console::Destination::Descriptor, full.get()).write(LOG_INFO, "nowhere");
+}
+
+TEST(Console, IsTheJournalWhenTheDescriptorIsItsStream) {
+  Pipe pipe;
+  struct stat status;
+  ASSERT_EQ(::fstat(pipe.writingEnd(), &status), 0);
+  auto destination = [&](const std::string& stream) {
+    return Console::destinationOf(pipe.writingEnd(), stream.c_str());
+  };
+  auto stream = std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+  EXPECT_EQ(destination(stream), Console::Destination::Journal);
+  for (auto other : {stream + "1", "1" + stream, std::string("x:y"), std::string(), stream + "x",
+                     std::to_string(status.st_dev)}) {
+    EXPECT_EQ(destination(other), Console::Destination::Descriptor) << other;
+  }
+  EXPECT_EQ(Console::destinationOf(pipe.writingEnd(), nullptr), Console::Destination::Descriptor);
+  EXPECT_EQ(Console::destinationOf(-1, stream.c_str()), Console::Destination::Descriptor);
+}
+
+// ---- The journal's own socket ----
+
+// A folder tree of its own for the journal's socket, which only this process sees.
+bool enterEmptyRunFolder() {
+  if (::unshare(CLONE_NEWNS) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         ::mount("tmpfs", "/run", "tmpfs", MS_NOSUID | MS_NODEV, nullptr) == 0 &&
+         ::mkdir("/run/systemd", 0755) == 0 && ::mkdir("/run/systemd/journal", 0755) == 0;
+}
+
+FileDescriptor boundJournalSocket() {
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+  ::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+  return socket;
+}
+
+// What the journal receives when the code runs, passed through the pipe of a child process.
+template <class Code>
+std::string receivedByJournal(Code code, bool& possible) {
+  Pipe pipe;
+  constexpr int kNoNamespace = 77;
+  pid_t child = ::fork();
+  if (child == 0) {
+    if (!enterEmptyRunFolder()) ::_exit(kNoNamespace);
+    auto socket = boundJournalSocket();
+    code(pipe.writingEnd(), socket);
+    char buffer[65536];
+    ssize_t size = ::recv(socket.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+    [[maybe_unused]] auto passed =
+        ::write(pipe.writingEnd(), buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    ::_exit(0);
+  }
+  std::string received = pipe.contents();
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  possible = !(WIFEXITED(status) && WEXITSTATUS(status) == kNoNamespace);
+  return received;
+}
+
+TEST(ConsoleJournal, EntryIsSentWithItsFields) {
+  bool possible = false;
+  std::string received = receivedByJournal(
+      [](int standardError, FileDescriptor&) {
+        ConsoleField fields[] = {{"TEST_LINE", "7.1.2"}, {"TEST_CLASS", "Warning"}};
+        Console(Console::Destination::Journal, standardError)
+            .write(LOG_WARNING, "(Warning) volume is full", fields);
+      },
+      possible);
+  if (!possible) GTEST_SKIP() << "no mount namespace can be made here";
+  EXPECT_THAT(received, testing::HasSubstr("MESSAGE=(Warning) volume is full\nPRIORITY=4\n"
+                                           "TEST_LINE=7.1.2\nTEST_CLASS=Warning\n"));
+  EXPECT_THAT(received, testing::Not(testing::HasSubstr("CODE_FILE")));
+}
+
+TEST(ConsoleJournal, TextOfSeveralLinesStaysOneField) {
+  bool possible = false;
+  std::string received = receivedByJournal(
+      [](int standardError, FileDescriptor&) {
+        Console(Console::Destination::Journal, standardError).write(LOG_INFO, "a\nPRIORITY=0");
+      },
+      possible);
+  if (!possible) GTEST_SKIP() << "no mount namespace can be made here";
+  // Name, line feed, length in 8 bytes, text: the journal's form for texts with line feeds.
+  std::string field("MESSAGE\n\x0c\0\0\0\0\0\0\0a\nPRIORITY=0\n", 8 + 8 + 13);
+  EXPECT_THAT(received, testing::HasSubstr(field));
+  EXPECT_THAT(received, testing::HasSubstr("\nPRIORITY=6\n"));
+}
+
+TEST(ConsoleJournal, EntryThatItRefusesGoesToTheDescriptor) {
+  bool possible = false;
+  std::string received = receivedByJournal(
+      [](int standardError, FileDescriptor& socket) {
+        socket.reset();  // its name stays: connections are refused
+        Console(Console::Destination::Journal, standardError).write(LOG_INFO, "refused");
+      },
+      possible);
+  if (!possible) GTEST_SKIP() << "no mount namespace can be made here";
+  EXPECT_THAT(received, testing::EndsWith("] refused\n"));
+}
+
+}  // namespace
+}  // namespace hoist
