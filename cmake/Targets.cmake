@@ -33,10 +33,10 @@ function(hoist_program name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 endfunction()
 
-# hoist_tests(NAME DEPENDS targets... [LABELS labels...] [TIMEOUT seconds]): one test program of every *_test.cc of
-# the folder, each test case a CTest test of its own process.
+# hoist_tests(NAME DEPENDS targets... [LABELS labels...] [TIMEOUT seconds] [SERIAL]): one test program of every *_test.cc of
+# the folder, each test case a CTest test of its own process. SERIAL: no other test runs beside one of these.
 function(hoist_tests name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "DEPENDS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "DEPENDS;LABELS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
   if(NOT sources)
     return()
@@ -50,7 +50,7 @@ function(hoist_tests name)
   target_include_directories(${name}_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_compile_definitions(${name}_test PRIVATE HOIST_BUILD_DIR="${PROJECT_BINARY_DIR}" HOIST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   gtest_discover_tests(${name}_test DISCOVERY_MODE PRE_TEST
-    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT} RUN_SERIAL ${ARG_SERIAL} LABELS "${ARG_LABELS}")
 endfunction()
 
 # hoist_fuzzer(NAME [SOURCES sources...] DEPENDS targets...): a libFuzzer program fuzz_NAME of NAME.cc and the sources.

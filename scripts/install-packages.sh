@@ -12,7 +12,7 @@ set -euo pipefail
 build=(
   g++ cmake ninja-build pkg-config ccache
   libsystemd-dev libglib2.0-dev nettle-dev libplist-dev libacl1-dev libmount-dev libblkid-dev
-  libssl-dev libdw-dev libfmt-dev libcli11-dev
+  libssl-dev libdw-dev libfmt-dev libcli11-dev nlohmann-json3-dev
   # The service manager's side of an on-demand start, for the demo: systemd-socket-activate, and
   # what makes a signing identity.
   systemd openssl libglib2.0-bin

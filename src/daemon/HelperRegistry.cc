@@ -90,6 +90,12 @@ bool HelperRegistry::isHelper(pid_t process) const {
   return false;
 }
 
+bool HelperRegistry::isHelperOf(pid_t process, uid_t user) const {
+  MutexLock lock(mutex_);
+  auto found = helpers_.find(process);
+  return found != helpers_.end() && found->second.place.user() == user;
+}
+
 std::size_t HelperRegistry::count() const {
   MutexLock lock(mutex_);
   return helpers_.size();

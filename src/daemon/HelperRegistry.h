@@ -33,6 +33,7 @@ class HelperRegistry {
     ~Place();
     // Whether there was a place to be had.
     explicit operator bool() const { return registry_ != nullptr; }
+    uid_t user() const { return user_; }
 
    private:
     friend class HelperRegistry;
@@ -47,6 +48,8 @@ class HelperRegistry {
 
   // Whether the process was started by add()ed launches or descends from one that was.
   bool isHelper(pid_t process) const;
+  // Whether the process is a helper that was started for the user.
+  bool isHelperOf(pid_t process, uid_t user) const;
 
   std::size_t count() const;
 

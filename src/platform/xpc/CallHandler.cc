@@ -9,6 +9,7 @@
 #include "platform/dbus/MessageWriter.h"
 #include "platform/dbus/Names.h"
 #include "platform/xpc/Introspection.h"
+#include "platform/xpc/OperationRefused.h"
 #include "platform/xpc/StandardCalls.h"
 
 namespace hoist::xpc {
@@ -169,6 +170,8 @@ void CallHandler::invoke(dbus::Message& call, const Export& exported, const Meth
   }
   try {
     method.invoke(*exported.object, reader, target);
+  } catch (const OperationRefused& refusal) {
+    throw Refusal{dbus::errors::kLimitsExceeded, refusal.what()};
   } catch (const std::exception& exception) {
     // What is thrown before the arguments were read is the message's fault.
     if (!reader.isFinished()) throw;

@@ -1,0 +1,64 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "exceptions/KLException.h"
+#include "platform/Clock.h"
+#include "platform/Mutex.h"
+
+namespace hoist::example {
+
+// A pretend job: it takes a given time, during which it can be held, paused, resumed and cancelled
+// like a real one. Safe from any thread.
+class Job : public std::enable_shared_from_this<Job> {
+ public:
+  explicit Job(std::chrono::nanoseconds length) : left_(length) {}
+
+  struct State {
+    bool running = false;
+    bool finished = false;
+    bool held = false;
+    bool paused = false;
+  };
+  State state() const;
+  // What ended it other than the passing of its time; nothing while it runs.
+  std::optional<KLException> exception() const;
+
+  // Starts it, once; the completion, if any, is called when it has ended, at once if it has.
+  void run(std::function<void()> completion);
+  // While it is held it makes no progress.
+  void hold();
+  void releaseHold();
+  // No progress for that long, or until it is resumed.
+  void pauseFor(std::chrono::nanoseconds duration);
+  void resume();
+  // Ends it with the exception "Cancel"; also before it was started.
+  void cancel();
+
+ private:
+  void work();
+  void finish(std::optional<KLException> exception) REQUIRES(mutex_);
+  bool isPaused() const REQUIRES(mutex_) {
+    return pausedUntil_ && Clock::instant() < *pausedUntil_;
+  }
+
+  mutable Mutex mutex_;
+  std::condition_variable_any changed_;
+  std::chrono::nanoseconds left_ GUARDED_BY(mutex_);
+  bool running_ GUARDED_BY(mutex_) = false;
+  bool finished_ GUARDED_BY(mutex_) = false;
+  bool held_ GUARDED_BY(mutex_) = false;
+  bool cancelled_ GUARDED_BY(mutex_) = false;
+  unsigned changes_ GUARDED_BY(mutex_) = 0;
+  std::optional<Clock::Instant> pausedUntil_ GUARDED_BY(mutex_);
+  std::optional<KLException> exception_ GUARDED_BY(mutex_);
+  std::vector<std::function<void()>> completions_ GUARDED_BY(mutex_);
+};
+
+}  // namespace hoist::example

@@ -1,0 +1,105 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/TesselHoister.h"
+
+#include "daemon/HelperRegistry.h"
+#include "daemon/KLHelperGlue.h"
+#include "daemon/LaunchHelperTool.h"
+#include "daemon/ProcessSampling.h"
+#include "daemon/TesselHoist.h"
+#include "filesystem/PXPath.h"
+#include "logging/Logger.h"
+#include "platform/Executable.h"
+#include "values/ClassRegistry.h"
+#include "values/product.h"
+
+namespace hoist {
+HoistTools HoistTools::besideExecutable() {
+  std::string folder = platform::executableFolder();
+  return {.codesign = folder + "/codesign", .sample = folder + "/sample"};
+}
+
+TesselHoister::TesselHoister(uid_t userID, HoistTools tools)
+    : userID_(userID), tools_(std::move(tools)), verifier_(tools_.codesign) {}
+
+std::optional<VerifiedExecutable> TesselHoister::verifyHelperAtPath(const std::string& path) {
+  return verifier_.verifyHelperAtPath(path);
+}
+
+void TesselHoister::launchPrivilegedHelper(
+    std::string path, std::string commandName, std::vector<std::string> flags,
+    xpc::Reply<std::optional<std::string>, std::optional<xpc::Endpoint>> reply) {
+  postKeepAlive();
+  auto executable = verifyHelperAtPath(path);
+  if (!executable) {
+    // The reply is let go uncalled: a client learns nothing of a file that is not a helper.
+    auto line = Logger::log(classification::Failure, "helper failed validation");
+    Logger::logKeyValue(classification::Details, line, "path", Value(path));
+    return;
+  }
+  std::optional<std::string> serviceName;
+  std::optional<xpc::Endpoint> endpoint;
+  try {
+    auto file = PXFileInfo::infoForOpenFile(executable->file->get(), PXPath::initWithPath(path));
+    auto helper = LaunchHelperTool({.file = file,
+                                    .executable = *executable,
+                                    .commandName = std::move(commandName),
+                                    .flags = std::move(flags),
+                                    .requireSetUserID = true,
+                                    .owner = userID_});
+    serviceName = helper.serviceName;
+    endpoint = helper.endpoint;
+  } catch (const Exception& exception) {
+    Logger::logMessageWithExceptionDetails(classification::Failure, nullptr,
+                                           "failed to launch helper", &exception);
+  }
+  reply(std::move(serviceName), std::move(endpoint));
+}
+
+void TesselHoister::asyncSample(std::vector<std::int32_t> processes,
+                                std::vector<std::string> reports, xpc::Reply<bool> reply) {
+  postKeepAlive();
+  sampleProcesses({.user = userID_,
+                   .processes = std::move(processes),
+                   .reports = std::move(reports),
+                   .tool = tools_.sample},
+                  std::move(reply));
+}
+
+void TesselHoister::connectWithEndpoint(xpc::Endpoint endpoint, std::string commandID,
+                                        xpc::Reply<> reply) {
+  auto connection = xpc::Connection::currentConnection();
+  bool isHelper = connection && HelperRegistry::shared().isHelper(connection->processIdentifier());
+  KLHelperGlue::shared().connectWithEndpoint(endpoint, commandID, reply, isHelper);
+}
+
+void TesselHoister::queryComponentVersionWithReply(xpc::Reply<std::string> reply) {
+  reply(std::string(product::kHoistingVersion));
+}
+
+void TesselHoister::queryBuildNumberWithReply(xpc::Reply<std::uint32_t> reply) {
+  reply(product::kBuildNumber);
+}
+
+void TesselHoister::barrierWithCompletion(xpc::Reply<> completion) {
+  completion();
+}
+
+void TesselHoister::registerClass(HoistTools tools) {
+  ClassRegistry::shared().add(
+      {.name = "TesselHoister", .classObject = make<TesselHoisterClass>(std::move(tools))});
+}
+
+Ref<xpc::Exportable> TesselHoisterClass::serverObjectForConnection(
+    const Ref<xpc::Connection>& connection, xpc::Interface&) {
+  return serverObjectForUser(connection->effectiveUserIdentifier());
+}
+
+Ref<TesselHoister> TesselHoisterClass::serverObjectForUser(uid_t userID) {
+  MutexLock lock(mutex_);
+  auto& object = objects_[userID];
+  if (!object) object = make<TesselHoister>(userID, tools_);
+  return object;
+}
+
+}  // namespace hoist

@@ -1,0 +1,142 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include "hoistctl/Commands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "hoistctl/HoistClient.h"
+#include "platform/Bundle.h"
+
+namespace hoist::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+double microseconds(std::chrono::nanoseconds time) {
+  return static_cast<double>(time.count()) / 1000;
+}
+
+void print(const Json& json) {
+  // Bytes that are no UTF-8 are shown as U+FFFD: the output stays JSON.
+  fmt::print("{}\n", json.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+// The helper's executable: the path itself, or the main executable of the bundle that it names.
+std::string executableOf(const std::string& path) {
+  std::error_code failure;
+  std::string absolute = std::filesystem::absolute(path, failure).lexically_normal().string();
+  if (failure || !std::filesystem::is_directory(absolute, failure)) return absolute;
+  auto bundle = platform::Bundle::bundleWithPath(absolute);
+  auto executable = bundle ? bundle->executablePath() : std::nullopt;
+  if (!executable)
+    throw CommandError(Failure::Usage, path + ": no application bundle with an executable");
+  return *executable;
+}
+
+void printLaunch(const LaunchedHelperFacts& facts) {
+  fmt::print("service name    {}\n", facts.serviceName);
+  if (!facts.hasEndpoint) {
+    fmt::print("endpoint        none: the helper did not publish one in time\n");
+    return;
+  }
+  fmt::print("endpoint        in hand\nbarrier         {:.1f} µs\n", microseconds(facts.barrier));
+  fmt::print("command         {} ({})\n", facts.name, facts.humanReadableName);
+  fmt::print("process         {}{}\n", facts.process, facts.privileged ? ", privileged" : "");
+  if (facts.realUser)
+    fmt::print("real user       {}\neffective user  {}\n", *facts.realUser, *facts.effectiveUser);
+}
+
+Json launchAsJson(const LaunchedHelperFacts& facts) {
+  Json json{{"serviceName", facts.serviceName}, {"endpoint", facts.hasEndpoint}};
+  if (!facts.hasEndpoint) return json;
+  json["barrierMicroseconds"] = microseconds(facts.barrier);
+  json["command"] = facts.name;
+  json["humanReadableName"] = facts.humanReadableName;
+  json["process"] = facts.process;
+  json["privileged"] = facts.privileged;
+  if (facts.realUser) {
+    json["realUser"] = *facts.realUser;
+    json["effectiveUser"] = *facts.effectiveUser;
+  }
+  return json;
+}
+
+}  // namespace
+
+void addStatusCommand(CLI::App& app, const Common& common) {
+  auto command = app.add_subcommand("status", "Show the hoist's version and how fast it answers");
+  command->callback([&common] {
+    HoistClient client(common.serviceName);
+    std::string version = client.componentVersion();
+    std::uint32_t build = client.buildNumber();
+    double barrier = microseconds(client.barrier());
+    if (common.json) {
+      print({{"componentVersion", version},
+             {"buildNumber", build},
+             {"barrierMicroseconds", barrier}});
+    } else {
+      fmt::print("component version  {}\nbuild number       {}\nbarrier            {:.1f} µs\n",
+                 version, build, barrier);
+    }
+  });
+}
+
+void addBarrierCommand(CLI::App& app, const Common& common) {
+  auto command = app.add_subcommand("barrier", "Measure round trips through one connection");
+  auto count = std::make_shared<std::size_t>(1);
+  command->add_option("-n,--count", *count, "How many round trips")
+      ->check(CLI::Range(1, 10'000'000));
+  command->callback([&common, count] {
+    HoistClient client(common.serviceName);
+    std::vector<std::chrono::nanoseconds> times(*count);
+    for (auto& time : times) time = client.barrier();
+    std::ranges::sort(times);
+    double fastest = microseconds(times.front());
+    double median = microseconds(times[times.size() / 2]);
+    double p99 = microseconds(times[times.size() * 99 / 100]);
+    if (common.json) {
+      print({{"count", *count},
+             {"minimumMicroseconds", fastest},
+             {"medianMicroseconds", median},
+             {"p99Microseconds", p99}});
+    } else {
+      fmt::print("{} round trips: minimum {:.1f} µs, median {:.1f} µs, 99th percentile {:.1f} µs\n",
+                 *count, fastest, median, p99);
+    }
+  });
+}
+
+void addLaunchCommand(CLI::App& app, const Common& common) {
+  struct Options {
+    std::string helper;
+    std::string command;
+    std::vector<std::string> flags;
+  };
+  auto options = std::make_shared<Options>();
+  auto command =
+      app.add_subcommand("launch", "Have a helper launched with root's rights and talk to it");
+  command
+      ->add_option("helper", options->helper, "The helper's application bundle, or its executable")
+      ->required();
+  command
+      ->add_option("-c,--command", options->command, "The command that the helper is started for")
+      ->required();
+  command->add_option("-f,--flag", options->flags, "A flag for the command; may be repeated")
+      ->allow_extra_args(false);
+  command->callback([&common, options] {
+    HoistClient client(common.serviceName);
+    auto facts = client.launch(executableOf(options->helper), options->command, options->flags);
+    if (common.json) {
+      print(launchAsJson(facts));
+    } else {
+      printLaunch(facts);
+    }
+  });
+}
+
+}  // namespace hoist::ctl

@@ -1,0 +1,51 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+// hoistctl: what a person, or a script, asks the hoist for. Ends with 0, 1 when the hoist refused,
+// 2 for a command line that makes no sense, 3 when the hoist cannot be reached.
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "hoistctl/Commands.h"
+#include "hoistctl/HoistClient.h"
+#include "values/product.h"
+
+namespace {
+
+int fail(const hoist::ctl::Common& common, int status, const std::string& message) {
+  if (common.json) {
+    fmt::print("{}\n", nlohmann::json{{"error", message}, {"status", status}}.dump(
+                           2, ' ', false, nlohmann::json::error_handler_t::replace));
+  } else {
+    fmt::print(stderr, "hoistctl: {}\n", message);
+  }
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace hoist;
+  ctl::Common common{.serviceName = std::string(product::kHoistServiceName)};
+  CLI::App app("Talks to the hoist, the privileged daemon.", "hoistctl");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_flag("--json", common.json, "Print JSON, and nothing else, on the standard output");
+  app.add_option("--service", common.serviceName, "Name of the service")->capture_default_str();
+  ctl::addStatusCommand(app, common);
+  ctl::addBarrierCommand(app, common);
+  ctl::addLaunchCommand(app, common);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return fail(common, static_cast<int>(ctl::Failure::Usage), error.what());
+  } catch (const ctl::CommandError& error) {
+    return fail(common, static_cast<int>(error.kind()), error.what());
+  } catch (const std::exception& error) {
+    return fail(common, static_cast<int>(ctl::Failure::Unreachable), error.what());
+  }
+}
