@@ -7,6 +7,8 @@
 #include "filesystem/ChainRelease.h"
 #include "filesystem/PXDirectory.h"
 #include "filesystem/PXSubPath.h"
+#include "filesystem/PXVolumeInfo.h"
+#include "logging/Logger.h"
 #include "platform/Collation.h"
 
 // What an item is and where; its making stands in PXFileInfoProbe.cc, its attributes in
@@ -55,6 +57,23 @@ std::string PXFileInfo::url() const {
 
 std::string PXFileInfo::extension() const {
   return pathObj_->extension();
+}
+
+Ref<PXVolumeInfo> PXFileInfo::volumeInfo() const {
+  return pathObj_->volumeInfo();
+}
+
+std::optional<std::string> PXFileInfo::volumeRelativePath() const {
+  try {
+    auto volume = volumeInfo();
+    return volume ? volume->relativePathOfPath(pathObj_) : std::nullopt;
+  } catch (const Exception&) {
+    Logger::log(classification::Debug, [&] {
+      return "-[PXFileInfo volumeRelativePath] can't determine relative path for " + path();
+    });
+    LogStackTrace("volumeRelativePath");
+    return path();
+  }
 }
 
 Ref<PXDirectory> PXFileInfo::livingParent() const {

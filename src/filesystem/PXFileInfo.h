@@ -23,6 +23,7 @@ class PXDirectory;
 class PXPath;
 class PXRegularFile;
 class PXSymbolicLink;
+class PXVolumeInfo;
 
 // One item of the file system: where it is, what it is, and its attributes, which are read by one
 // call when the first of them is asked for and kept until flushed. Links are described themselves,
@@ -87,6 +88,13 @@ class PXFileInfo : public Object, public PXAbstractFile {
   std::string path() const override;
   std::string url() const override;
   std::string extension() const override;
+
+  // The volume that holds the item; null for a missing item. Raises what PXVolumeInfo::initWithPath
+  // raises.
+  virtual Ref<PXVolumeInfo> volumeInfo() const;
+  // Relative to the root of the volume, as PXVolumeInfo::relativePathOfPath answers; the full path,
+  // and a line for debugging, when that raises.
+  std::optional<std::string> volumeRelativePath() const;
 
   // The object of the folder that this was listed by, if it still lives; else null.
   Ref<PXDirectory> livingParent() const;

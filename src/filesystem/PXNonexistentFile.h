@@ -16,6 +16,7 @@ class PXNonexistentFile final : public PXFileInfo {
 
   bool exists() const override { return false; }
   std::uint32_t linkCount() const override { return 0; }
+  Ref<PXVolumeInfo> volumeInfo() const override { return nullptr; }
   // The device of the folder that lists the folder that was here, if there still is such an object.
   std::uint32_t deviceID() const override;
 

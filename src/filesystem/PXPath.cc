@@ -13,10 +13,12 @@
 #include "filesystem/PXDirectory.h"
 #include "filesystem/PXFileInfo.h"
 #include "filesystem/PXPathDerived.h"
+#include "filesystem/PXVolumeInfo.h"
 #include "logging/Logger.h"
 #include "platform/FilePaths.h"
 #include "platform/ResourceValues.h"
 #include "platform/URL.h"
+#include "platform/volumes/FileSystemTypes.h"
 
 namespace hoist {
 namespace {
@@ -217,6 +219,11 @@ void PXPath::setDirectoryInfo(const Ref<PXFileInfo>& info) const {
   derived().directory = info;
 }
 
+Ref<PXVolumeInfo> PXPath::volumeInfo() const {
+  if (auto info = directoryInfo()) return info->volumeInfo();
+  return PXVolumeInfo::initWithPath(cPath());
+}
+
 void PXPath::flushInfo() const {
   SpinLockHolder lock(pathLock_);
   if (derived_) derived_->url.reset();
@@ -260,7 +267,7 @@ long PXPath::maxTransferSize() const {
 }
 
 long PXPath::fileSizeBits() const {
-  return limitOf(cPath(), _PC_FILESIZEBITS);
+  return volumes::fileSizeBits(cPath());
 }
 
 bool PXPath::exists() const {

@@ -19,6 +19,7 @@ namespace hoist {
 
 class PXDirectory;
 class PXFileInfo;
+class PXVolumeInfo;
 
 // One location in the file system; it never changes. The location is bytes (cPath, cName); the text
 // forms show a byte that is no UTF-8 as U+FFFD, the URL leads back to the bytes. What is derived
@@ -76,6 +77,10 @@ class PXPath : public Object, public PXAbstractPath {
   // The object that represents this location at present; held weakly.
   Ref<PXFileInfo> directoryInfo() const;
   void setDirectoryInfo(const Ref<PXFileInfo>& info) const;
+
+  // The volume of the location; that of the registered directory if there is one. Raises what
+  // PXVolumeInfo::initWithPath raises.
+  Ref<PXVolumeInfo> volumeInfo() const;
 
   // Forgets the URL; it is made anew when asked for.
   void flushInfo() const;

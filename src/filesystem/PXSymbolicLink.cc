@@ -10,6 +10,7 @@
 #include "exceptions/KLException.h"
 #include "filesystem/PXPath.h"
 #include "logging/Logger.h"
+#include "platform/FilePaths.h"
 
 namespace hoist {
 namespace {
@@ -65,6 +66,12 @@ void PXSymbolicLink::setContents(const char* target) {
 
 std::uint64_t PXSymbolicLink::dataLength() const {
   return std::strlen(contents());
+}
+
+Ref<PXVolumeInfo> PXSymbolicLink::volumeInfo() const {
+  // A link that has lost its parent is still in the folder that its path names.
+  auto parent = pathObject()->parent();
+  return (parent ? parent : PXPath::initWithCPath(directoryName(cPath())))->volumeInfo();
 }
 
 }  // namespace hoist

@@ -26,6 +26,9 @@ class PXSymbolicLink final : public PXFileInfo {
   std::uint64_t totalLength() const { return dataLength(); }
   std::uint64_t rsrcLength() const { return 0; }
 
+  // The volume that holds the link, not the one that its target is on.
+  Ref<PXVolumeInfo> volumeInfo() const override;
+
   Ref<PXSymbolicLink> asSymbolicLink() override { return self<PXSymbolicLink>(); }
   std::string logTypeDescription() const override { return "link"; }
   std::string className() const override { return "PXSymbolicLink"; }

@@ -37,6 +37,19 @@ bool isSelfOrParent(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
+ssize_t readNames(int folder, std::span<char> names) {
+  return retryInterrupted([&] { return ::getdents64(folder, names.data(), names.size()); });
+}
+
+template <class Use>
+void forEachName(std::span<char> names, Use&& use) {
+  while (!names.empty()) {
+    auto item = reinterpret_cast<const dirent64*>(names.data());
+    names = names.subspan(item->d_reclen);
+    if (!isSelfOrParent(item->d_name)) use(*item);
+  }
+}
+
 // Fills in one entry; answers whether it is to be listed.
 bool describe(int folder, const dirent64& item, const AttributeSet& request, BulkEntry& entry) {
   entry.name = item.d_name;
@@ -79,23 +92,28 @@ int AttributeCalls::setattrlist(const char* path, const ItemIdentity& expected,
 int AttributeCalls::getattrlistbulk(int folder, const AttributeSet& request, BulkBuffer& buffer,
                                     std::uint32_t) {
   auto& entries = buffer.entries();
-  auto names = buffer.names();
   entries.clear();
   // A batch of nothing but vanished names is not the end.
   while (entries.empty()) {
-    auto length =
-        retryInterrupted([&] { return ::getdents64(folder, names.data(), names.size()); });
+    auto length = readNames(folder, buffer.names());
     if (length < 0) return -1;
     if (length == 0) return 0;
-    for (ssize_t position = 0; position < length;) {
-      auto item = reinterpret_cast<const dirent64*>(names.data() + position);
-      position += item->d_reclen;
-      if (isSelfOrParent(item->d_name)) continue;
-      entries.emplace_back();
-      if (!describe(folder, *item, request, entries.back())) entries.pop_back();
-    }
+    forEachName(buffer.names().first(static_cast<std::size_t>(length)), [&](const dirent64& item) {
+      if (!describe(folder, item, request, entries.emplace_back())) entries.pop_back();
+    });
   }
   return static_cast<int>(entries.size());
+}
+
+int countEntries(int folder, std::uint64_t& count) {
+  BulkBuffer buffer;
+  ssize_t length;
+  count = 0;
+  while ((length = readNames(folder, buffer.names())) > 0) {
+    forEachName(buffer.names().first(static_cast<std::size_t>(length)),
+                [&](const dirent64&) { ++count; });
+  }
+  return length < 0 ? -1 : 0;
 }
 
 AttributeCalls& AttributeCalls::current() {

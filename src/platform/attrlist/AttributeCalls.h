@@ -71,6 +71,10 @@ class AttributeCalls {
   static AttributeCalls& current();
 };
 
+// Counts the names of an open folder, without "." and "..", from where the folder stands. Answers
+// -1 with errno set when it fails. Safe from any thread.
+int countEntries(int folder, std::uint64_t& count);
+
 // Puts the given calls in the place of the current ones while it lives. For tests; one at a time.
 class AttributeCallsOverride {
  public:

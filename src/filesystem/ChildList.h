@@ -1,0 +1,39 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <functional>
+
+#include "filesystem/PXFileInfo.h"
+
+namespace hoist {
+
+// The children of a folder, chained by their next links in the order in which they were read, until
+// they are sorted. Not locked.
+class ChildList {
+ public:
+  using Comparison = std::function<std::strong_ordering(const PXFileInfo&, const PXFileInfo&)>;
+
+  const Ref<PXFileInfo>& first() const { return first_; }
+  std::uint64_t count() const { return count_; }
+  void append(Ref<PXFileInfo> child);
+
+  // Stable: children that compare equal keep their order. An exception of the comparison passes on
+  // and leaves the list as it was.
+  void sort(const Comparison& compare);
+  // The same with PXFileInfo::compareNames, but with each name's key made once.
+  void sortByName();
+
+ private:
+  class Unchained;
+  template <class Before>
+  static void arrange(Unchained& unchained, Before&& before);
+
+  Ref<PXFileInfo> first_;
+  PXFileInfo* last_ = nullptr;
+  std::uint64_t count_ = 0;
+};
+
+}  // namespace hoist

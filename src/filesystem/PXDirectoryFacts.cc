@@ -1,0 +1,126 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include <fmt/format.h>
+
+#include <vector>
+
+#include "filesystem/PXDirectory.h"
+#include "filesystem/PXPath.h"
+#include "filesystem/PXVolumeInfo.h"
+#include "logging/Logger.h"
+#include "platform/ResourceValues.h"
+
+// What a folder is itself. Whatever goes up the tree goes step by step in a loop: trees are deep
+// and stacks are small.
+
+namespace hoist {
+
+using namespace attrlist;
+
+namespace {
+
+constexpr std::uint32_t kDirectoryRequest =
+    ATTR_DIR_LINKCOUNT | ATTR_DIR_ENTRYCOUNT | ATTR_DIR_MOUNTSTATUS;
+static_assert(kDirectoryRequest == 7);
+constexpr std::uint32_t kDirectoryRequestSize = 12;  // bytes, as the original platform packs it
+constexpr std::uint32_t kIsMountPoint = 1;
+
+// What only describes does not raise.
+template <class Answer>
+Answer describing(const char* method, const PXFileInfo& info, const Answer& fallback,
+                  const std::function<Answer()>& code) {
+  try {
+    return code();
+  } catch (const Exception& exception) {
+    Logger::log(classification::Debug, [&] {
+      return fmt::format("{} can't describe {} ({})", method, info.path(), exception.description());
+    });
+    return fallback;
+  }
+}
+
+}  // namespace
+
+bool PXDirectory::isMountPoint() const {
+  return (attrs().as<DirectoryAttributes>().mountStatus & kIsMountPoint) != 0;
+}
+
+bool PXDirectory::isPackage() const {
+  return resource::isPackage(cPath()).value.value_or(false);
+}
+
+std::uint32_t PXDirectory::linkCount() const {
+  return attrs().as<DirectoryAttributes>().linkCount;
+}
+
+Ref<PXDirectory> PXDirectory::parentDirectoryInfo() const {
+  return isMountPoint() ? nullptr : PXFileInfo::parentDirectoryInfo();
+}
+
+Ref<PXDirectory> PXDirectory::folderAbove() const {
+  auto parent = parentDirectoryInfo();
+  return parent && !parent->isEqual(*this) ? parent : nullptr;
+}
+
+std::string PXDirectory::displayName() const {
+  return describing<std::string>("-[PXDirectory displayName]", *this, name(), [&] {
+    return isMountPoint() ? volumeInfo()->displayName() : PXFileInfo::displayName();
+  });
+}
+
+std::string PXDirectory::displayPath() const {
+  std::string below;
+  auto folder = self<PXDirectory>();
+  while (!folder->isMountPoint()) {
+    below = folder->PXFileInfo::displayName() + "/" + below;
+    folder = folder->folderAbove();
+    if (!folder) return "?/" + below;
+  }
+  return folder->volumeInfo()->displayPath() + "/" + below;
+}
+
+std::string PXDirectory::logTypeDescription() const {
+  return describing<std::string>("-[PXDirectory logTypeDescription]", *this, "folder",
+                                 [&] { return isMountPoint() ? "volume" : "folder"; });
+}
+
+Ref<PXVolumeInfo> PXDirectory::volumeInfo() const {
+  // Up to the first folder that knows its volume or is its root; then all on the way know it.
+  std::vector<Ref<PXDirectory>> unaware;
+  Ref<PXVolumeInfo> volume;
+  for (auto folder = self<PXDirectory>(); folder && !volume; folder = folder->livingParent()) {
+    {
+      SpinLockHolder lock(folder->volumeLock_);
+      volume = folder->circularVolInfo_.lock();
+      if (!volume) volume = folder->volumeInfo_;
+    }
+    if (volume) break;
+    unaware.push_back(folder);
+    if (folder->isMountPoint()) break;
+  }
+  if (!volume) volume = PXVolumeInfo::initWithPath(unaware.back()->cPath());
+  for (auto& folder : unaware) {
+    SpinLockHolder lock(folder->volumeLock_);
+    if (!folder->volumeInfo_) folder->volumeInfo_ = volume;
+  }
+  return volume;
+}
+
+void PXDirectory::setVolumeInfo(const Ref<PXVolumeInfo>& info) {
+  Ref<PXVolumeInfo> dropped;
+  SpinLockHolder lock(volumeLock_);
+  circularVolInfo_ = info;
+  dropped.swap(volumeInfo_);
+}
+
+std::uint32_t PXDirectory::prepareAttrRequest(AttributeSet& request) const {
+  auto size = PXFileInfo::prepareAttrRequest(request);
+  request.directory = kDirectoryRequest;
+  return size + kDirectoryRequestSize;
+}
+
+RecordRef PXDirectory::parseAttrs(const ItemAttributes& attributes) const {
+  return RecordRef::make<DirectoryAttributes>(attributes);
+}
+
+}  // namespace hoist
