@@ -1,0 +1,30 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "platform/FileDescriptor.h"
+
+namespace hoist::files {
+
+// Where an item is or is to be: a name in an open folder, which stays the same folder whatever its
+// path comes to mean.
+struct ItemPlace {
+  FileDescriptor folder;  // O_PATH
+  std::string folderPath;
+  std::string name;
+
+  // Links on the way to the folder are followed. Throws SystemCallError when there is no such
+  // folder, or when the path names no item in one: "/", "." or ".." (EINVAL), or nothing (ENOENT).
+  static ItemPlace of(const std::string& path);
+
+  std::string path() const;
+};
+
+// Whether the open folder is the item or lies below it, up to the root. Throws SystemCallError.
+bool isInsideFolder(int folder, const struct stat& item);
+
+}  // namespace hoist::files
