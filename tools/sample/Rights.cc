@@ -36,7 +36,7 @@ constexpr uid_t kNobody = 65534;
 constexpr rlim_t kMiB = 1024 * 1024;
 // Room for the symbols of the largest programs known (browsers with debug information take about
 // 1 GiB); picked.
-constexpr rlim_t kMemoryLimit = 4096 * kMiB;
+[[maybe_unused]] constexpr rlim_t kMemoryLimit = 4096 * kMiB;
 constexpr rlim_t kFileSizeLimit = 1024 * kMiB;
 // What reading symbols may take beyond half of the sampling time.
 constexpr rlim_t kProcessorSecondsForSymbols = 60;

@@ -7,8 +7,6 @@
 #include "sample/Sampler.h"
 
 #include <signal.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <future>
 #include <map>
@@ -24,9 +22,6 @@
 
 namespace hoist::sample {
 namespace {
-
-// Unwinding yields to everything else on a busy machine, to the target first of all.
-constexpr int kUnwindersNiceness = 10;
 
 // The stacks of one thread while they come in.
 struct Stacks {
@@ -133,7 +128,6 @@ Sampling sampleProcess(const TargetProcess& process, const SamplerSettings& sett
   TracerThread tracer(process, settings);
   tracer.waitUntilAttached();
   if (settings.dropsRights) dropRights();
-  ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kUnwindersNiceness);
 
   StacksByThread stacks;
   Unwinder unwinder(process, images);

@@ -91,8 +91,8 @@ void TargetProcess::refuseWhatHasNoStacks() const {
 
 void TargetProcess::openWithRights() {
   tasks_.reset(::openat(directory_.get(), "task", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // The first thread of a process may end before the others: it is a zombie then and shows no memory,
-  // but any other one does.
+  // The first thread of a process may end before the others: it is a zombie then and shows no
+  // memory, but any other one does.
   const std::vector<pid_t> all = threads();
   const auto living = std::find_if(all.begin(), all.end(), [&](pid_t thread) {
     auto status = threadStatus(thread);
