@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sample/Image.h"
 
-#include <elfutils/libdwelf.h>
 #include <fcntl.h>
 #include <gelf.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <span>
 
@@ -19,6 +19,10 @@ namespace {
 
 // The kernel's library has two pages; more is a forgery.
 constexpr std::size_t kLargestKernelLibrary = 1024 * 1024;
+// Far above what linkers write: some ten segments, some hundred bytes of notes, 20 of identifier.
+constexpr std::size_t kMostSegments = 256;
+constexpr std::size_t kMostNotes = 64 * 1024;
+constexpr std::size_t kLongestBuildID = 64;
 
 bool isElf(int file) {
   char magic[SELFMAG];
@@ -33,12 +37,37 @@ std::vector<char> readKernelLibrary(const TargetProcess& process, const ImageRan
   return bytes;
 }
 
+// From one segment of notes; empty when it has no build identifier.
+std::vector<std::byte> buildIDAmong(Elf_Data* notes) {
+  GElf_Nhdr header;
+  std::size_t name = 0;
+  std::size_t description = 0;
+  for (std::size_t at = 0; (at = ::gelf_getnote(notes, at, &header, &name, &description)) > 0;) {
+    const auto* bytes = static_cast<const std::byte*>(notes->d_buf);
+    if (header.n_type == NT_GNU_BUILD_ID && header.n_namesz == sizeof ELF_NOTE_GNU &&
+        std::memcmp(bytes + name, ELF_NOTE_GNU, sizeof ELF_NOTE_GNU) == 0 &&
+        header.n_descsz <= kLongestBuildID) {
+      return {bytes + description, bytes + description + header.n_descsz};
+    }
+  }
+  return {};
+}
+
+// libdwelf has a function for this, but it reads sections of whatever size they claim.
 std::vector<std::byte> readBuildID(Elf* elf) {
-  const void* bytes = nullptr;
-  ssize_t length = ::dwelf_elf_gnu_build_id(elf, &bytes);
-  if (length <= 0 || length > 64) return {};
-  const auto* first = static_cast<const std::byte*>(bytes);
-  return {first, first + length};
+  std::size_t count = 0;
+  if (::elf_getphdrnum(elf, &count) != 0) return {};
+  for (std::size_t i = 0; i < std::min(count, kMostSegments); ++i) {
+    GElf_Phdr segment;
+    if (::gelf_getphdr(elf, static_cast<int>(i), &segment) == nullptr) break;
+    if (segment.p_type != PT_NOTE || segment.p_filesz > kMostNotes) continue;
+    Elf_Data* notes =
+        ::elf_getdata_rawchunk(elf, static_cast<std::int64_t>(segment.p_offset), segment.p_filesz,
+                               segment.p_align == 8 ? ELF_T_NHDR8 : ELF_T_NHDR);
+    if (notes == nullptr || notes->d_buf == nullptr) continue;
+    if (auto found = buildIDAmong(notes); !found.empty()) return found;
+  }
+  return {};
 }
 
 int findElf(Dwfl_Module*, void** userData, const char*, Dwarf_Addr, char**, Elf** elf) noexcept {

@@ -34,10 +34,9 @@ namespace {
 constexpr uid_t kNobody = 65534;
 
 constexpr rlim_t kMiB = 1024 * 1024;
-// Room for the symbols of the largest programs known (browsers with debug information take about
-// 1 GiB); picked.
-[[maybe_unused]] constexpr rlim_t kMemoryLimit = 4096 * kMiB;
-constexpr rlim_t kFileSizeLimit = 1024 * kMiB;
+// Room for the symbols of the largest programs known (a browser's are some hundred MiB); picked.
+[[maybe_unused]] constexpr rlim_t kMemoryLimit = 1024 * kMiB;
+constexpr rlim_t kFileSizeLimit = 256 * kMiB;
 // What reading symbols may take beyond half of the sampling time.
 constexpr rlim_t kProcessorSecondsForSymbols = 60;
 
