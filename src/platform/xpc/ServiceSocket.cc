@@ -35,10 +35,15 @@ constexpr int kBacklog = 4096;
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kSocketMode = 0666;
 
-std::string& directory() {
-  static auto& path = *new std::string(product::kRuntimeDirectory);
-  return path;
-}
+struct Directory {
+  Mutex mutex;
+  std::string path GUARDED_BY(mutex) = std::string(product::kRuntimeDirectory);
+
+  static Directory& shared() {
+    static auto& directory = *new Directory;
+    return directory;
+  }
+};
 
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -152,12 +157,16 @@ ServiceSocket makeServiceSocket(const std::string& path) {
 
 }  // namespace
 
-const std::string& runtimeDirectory() {
-  return directory();
+std::string runtimeDirectory() {
+  auto& directory = Directory::shared();
+  MutexLock lock(directory.mutex);
+  return directory.path;
 }
 
 void setRuntimeDirectory(std::string path) {
-  directory() = std::move(path);
+  auto& directory = Directory::shared();
+  MutexLock lock(directory.mutex);
+  directory.path.swap(path);
 }
 
 std::string socketPathForServiceName(std::string_view serviceName) {
@@ -165,7 +174,7 @@ std::string socketPathForServiceName(std::string_view serviceName) {
       serviceName.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) {
     throw std::invalid_argument("no name of a service: '" + std::string(serviceName) + "'");
   }
-  auto path = fmt::format("{}/{}", directory(), serviceName);
+  auto path = fmt::format("{}/{}", runtimeDirectory(), serviceName);
   addressOf(path);
   return path;
 }
@@ -190,15 +199,16 @@ FileDescriptor connectToService(const std::string& serviceName,
 ServiceSocket ServiceSocket::forServiceName(const std::string& serviceName) {
   if (auto passed = PassedSockets::shared().take(serviceName)) return {std::move(passed), {}, 0, 0};
   auto path = socketPathForServiceName(serviceName);
-  makeDirectory(directory());
-  auto lock = lockDirectory(directory());
+  auto folder = path.substr(0, path.rfind('/'));
+  makeDirectory(folder);
+  auto lock = lockDirectory(folder);
   if (isLive(path)) throw SystemCallError(EADDRINUSE, "bind", path);
   return makeServiceSocket(path);
 }
 
 void ServiceSocket::removeFile() {
   if (madePath.empty()) return;
-  auto lock = lockDirectory(directory());
+  auto lock = lockDirectory(madePath.substr(0, madePath.rfind('/')));
   struct stat facts;
   if (::lstat(madePath.c_str(), &facts) == 0 && facts.st_dev == madeDevice &&
       facts.st_ino == madeInode) {

@@ -13,9 +13,9 @@
 // Where a service's name becomes a socket.
 namespace hoist::xpc {
 
-// The folder of the service sockets: the product's runtime directory, unless a test set another
-// before any connection or listener was made.
-const std::string& runtimeDirectory();
+// The folder of the service sockets: the product's runtime directory, unless a test has set
+// another. Any thread.
+std::string runtimeDirectory();
 void setRuntimeDirectory(std::string directory);
 
 // The path of the service's socket. Throws std::invalid_argument for a name that cannot be a file's

@@ -9,7 +9,7 @@
 
 #include <limits>
 
-#include "platform/xpc/TestService.h"
+#include "platform/xpc/testing/TestService.h"
 
 namespace hoist::xpc {
 namespace {

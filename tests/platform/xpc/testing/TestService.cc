@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/xpc/TestService.h"
+#include "platform/xpc/testing/TestService.h"
 
 #include <unistd.h>
 
@@ -122,11 +122,22 @@ void Talker::askWhoCalls(Reply<std::uint32_t, std::int32_t> reply) {
   reply(connection->effectiveUserIdentifier(), connection->processIdentifier());
 }
 
-TestService::TestService(Limits limits) : self_(this, [](auto*) {}) {
-  setRuntimeDirectory(folder_.path());
+TestService::TestService(Limits limits) : folder_(std::make_unique<TemporaryFolder>()) {
+  setRuntimeDirectory(folder_->path());
   // Other users connect in some tests.
-  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
-  listener_ = Listener::initWithMachServiceName(kName, limits);
+  std::filesystem::permissions(folder_->path(), std::filesystem::perms(0755));
+  start(kName, limits);
+}
+
+TestService::TestService(const std::string& name) {
+  start(name, {});
+}
+
+void TestService::start(const std::string& name, Limits limits) {
+  // For the listener's weak reference: nothing is freed through it.
+  self_ = Ref<ListenerDelegate>(this, [](auto*) {});
+  Error::registerClass();
+  listener_ = Listener::initWithMachServiceName(name, limits);
   listener_->setDelegate(self_);
   listener_->resume();
 }

@@ -15,6 +15,7 @@
 
 #include "platform/ConditionLock.h"
 #include "platform/xpc/Listener.h"
+#include "platform/xpc/ServiceSocket.h"
 #include "support/TemporaryFolder.h"
 #include "values/Error.h"
 
@@ -139,7 +140,10 @@ class TestService : public ListenerDelegate {
  public:
   static constexpr const char* kName = "com.kelvo.test";
 
+  // In a folder of its own.
   explicit TestService(Limits limits = {});
+  // In the runtime directory.
+  explicit TestService(const std::string& name);
   ~TestService() override;
 
   bool shouldAcceptNewConnection(Listener& listener, const Ref<Connection>& connection) override;
@@ -147,7 +151,7 @@ class TestService : public ListenerDelegate {
   // A client that is resumed.
   Ref<Connection> connect();
   Ref<Connection> connectToEndpoint();
-  std::string socketPath() const { return folder_ / kName; }
+  std::string socketPath() const { return socketPathForServiceName(kName); }
   std::string address() const { return "unix:path=" + socketPath(); }
 
   const Ref<Listener>& listener() const { return listener_; }
@@ -158,7 +162,9 @@ class TestService : public ListenerDelegate {
   void setRefuses(bool refuses) { refuses_ = refuses; }
 
  private:
-  TemporaryFolder folder_;
+  void start(const std::string& name, Limits limits);
+
+  std::unique_ptr<TemporaryFolder> folder_;
   Ref<Talker> talker_ = make<Talker>();
   Ref<ListenerDelegate> self_;  // for the listener's weak reference
   Ref<Listener> listener_;
