@@ -10,11 +10,19 @@
 #include "platform/dbus/SocketIO.h"
 
 namespace hoist::xpc {
+namespace {
+
+// What a waiting message costs beside its bytes: its places in the queue and in the allocator.
+// Without it, a peer that lets the smallest answers pile up would make this side hold many times
+// the bound.
+constexpr std::size_t kOverhead = 256;
+
+}  // namespace
 
 Outbox::Outcome Outbox::send(dbus::OutgoingMessage message, Unsent unsent) {
   MutexLock lock(mutex_);
   if (closed_) return Outcome::kClosed;
-  auto size = message.bytes.size();
+  auto size = message.bytes.size() + kOverhead;
   if (waitingBytes_ > 0 && waitingBytes_ + size > limit_) return Outcome::kFull;
   waitingBytes_ += size;
   waiting_.push_back({std::move(message), 0, std::move(unsent)});
@@ -71,7 +79,10 @@ void Outbox::write() {
     }
     first.sent += sent.size;
     waitingBytes_ -= sent.size;
-    if (first.sent == first.message.bytes.size()) waiting_.pop_front();
+    if (first.sent == first.message.bytes.size()) {
+      waitingBytes_ -= kOverhead;
+      waiting_.pop_front();
+    }
   }
 }
 
