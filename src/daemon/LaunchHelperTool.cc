@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstring>
 
 #include "daemon/HelperHandshake.h"
 #include "daemon/HelperRegistry.h"
@@ -47,7 +48,7 @@ bool isNativeExecutable(const platform::SealedFile& file) {
   std::array<unsigned char, EI_NIDENT> identity{};
   ssize_t got = retryInterrupted(
       [&] { return ::pread(file.descriptor(), identity.data(), identity.size(), 0); });
-  return got == EI_NIDENT && std::equal(ELFMAG, ELFMAG + SELFMAG, identity.begin()) &&
+  return got == EI_NIDENT && std::memcmp(identity.data(), ELFMAG, SELFMAG) == 0 &&
          identity[EI_CLASS] == kClass;
 }
 

@@ -127,6 +127,8 @@ TEST_F(Lifetime, IgnoresARequestThatComesWhileItEnds) {
   hoist_.timeToDie();
   hoist_.keepAlive();
   EXPECT_EQ(hoist_.deadManTimer(), nullptr);
+  clock.advance(500ms);
+  while (exits_ == 0) RunLoop::main().runOnce(1'000'000);
 }
 
 TEST_F(Lifetime, IsKeptAliveFromAnyThreadThroughTheMainQueue) {

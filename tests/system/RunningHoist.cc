@@ -4,7 +4,8 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <filesystem>
 #include <fstream>
@@ -26,6 +27,13 @@ const std::string kSocket =
 std::string readFile(const std::string& path) {
   std::ifstream file(path);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool canConnect() {
+  FileDescriptor peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{.sun_family = AF_UNIX};
+  kSocket.copy(address.sun_path, sizeof address.sun_path - 1);
+  return ::connect(peer.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
 std::size_t countEntries(const std::string& folder) {
@@ -61,7 +69,8 @@ RunningHoist::RunningHoist() : folder_(Sandbox::shared().folder() + "/daemon") {
   FileDescriptor log(
       ::open((folder_ + "/log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
   task_ = ChildTask::launch({.launchPath = folder_ + "/hoist", .standardError = log.get()});
-  while (!fs::exists(kSocket) && isRunning()) std::this_thread::yield();
+  // A file of the socket may still be there from a predecessor that was killed.
+  while (!canConnect() && isRunning()) std::this_thread::yield();
   if (!isRunning()) throw std::runtime_error("the hoist did not start: " + this->log());
 }
 
