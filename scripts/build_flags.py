@@ -12,7 +12,8 @@ def build_flags(build):
     for entry in json.loads((build / "compile_commands.json").read_text()):
         words = shlex.split(entry["command"])
         for word, following in zip(words, words[1:] + [""]):
-            if word == "-isystem":
+            # The compiler finds that folder by itself, behind the library of C++, where it belongs.
+            if word == "-isystem" and following != "/usr/include":
                 flags[(word, following)] = None
             elif word.startswith(("-I", "-DHOIST", "-D_GNU", "-D_FILE")):
                 flags[(word,)] = None

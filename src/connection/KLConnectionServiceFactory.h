@@ -17,7 +17,7 @@ class KLConnectionServiceFactory final : public KLConnectionVendor {
   // Resumes the listener: the factory accepts connections as soon as it exists. The server class is
   // a name that the class registry is asked for at each connection; the protocol is permanent.
   // initWithListener:serverClass:conformingTo:
-  static Ref<KLConnectionServiceFactory> initWithListener(Ref<xpc::Listener> listener,
+  static Ref<KLConnectionServiceFactory> initWithListener(const Ref<xpc::Listener>& listener,
                                                           std::string serverClass,
                                                           const xpc::Protocol& protocol);
 

@@ -4,7 +4,7 @@
 
 namespace hoist {
 
-Ref<KLConnectionVendor> KLConnectionVendor::initWithListener(Ref<xpc::Listener> listener) {
+Ref<KLConnectionVendor> KLConnectionVendor::initWithListener(const Ref<xpc::Listener>& listener) {
   Ref<KLConnectionVendor> vendor(new KLConnectionVendor(listener));
   listener->setDelegate(vendor);
   return vendor;

@@ -16,7 +16,7 @@ namespace hoist {
 class KLConnectionVendor : public Object, public xpc::ListenerDelegate {
  public:
   // Becomes the listener's delegate; does not resume it.
-  static Ref<KLConnectionVendor> initWithListener(Ref<xpc::Listener> listener);
+  static Ref<KLConnectionVendor> initWithListener(const Ref<xpc::Listener>& listener);
   ~KLConnectionVendor() override;
 
   // Nothing after shutdown.

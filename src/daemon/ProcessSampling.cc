@@ -164,7 +164,7 @@ bool mayBeSampled(pid_t process, uid_t user) {
   return ::stat(path.c_str(), &folder) == 0 && folder.st_uid == user;
 }
 
-void sampleProcesses(SampleRequest request, xpc::Reply<bool> reply) {
+void sampleProcesses(SampleRequest request, const xpc::Reply<bool>& reply) {
   checkRequest(request);
   auto shared = make<const SampleRequest>(std::move(request));
   dispatch::globalQueue().async([shared, reply] { sampleAndReply(shared, reply); });

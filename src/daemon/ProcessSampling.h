@@ -36,6 +36,6 @@ bool mayBeSampled(pid_t process, uid_t user);
 // not the user's to have is skipped with a Security exception in the log. Throws
 // xpc::OperationRefused, and samples nothing, when there are fewer reports than processes or more
 // of them than one request or one user may have. Safe from any thread.
-void sampleProcesses(SampleRequest request, xpc::Reply<bool> reply);
+void sampleProcesses(SampleRequest request, const xpc::Reply<bool>& reply);
 
 }  // namespace hoist

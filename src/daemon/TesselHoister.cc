@@ -63,7 +63,7 @@ void TesselHoister::asyncSample(std::vector<std::int32_t> processes,
                    .processes = std::move(processes),
                    .reports = std::move(reports),
                    .tool = tools_.sample},
-                  std::move(reply));
+                  reply);
 }
 
 void TesselHoister::connectWithEndpoint(xpc::Endpoint endpoint, std::string commandID,

@@ -24,7 +24,7 @@ void reportTrouble(Severity severity, std::string_view message);
 // The same for an exception that ended what was being done there, with all that it carries. Without
 // a hook of its own it is reported as the text "PLACE raised: NAME: REASON".
 using ExceptionHook = std::function<void(std::string_view place, const Exception& exception)>;
-void setExceptionHook(ExceptionHook hook);
+void setExceptionHook(ExceptionHook function);
 
 // Runs the code and reports, instead of passing on, whatever it throws: the boundary of threads,
 // posted blocks and callbacks of C libraries. The place names what was being done ("a posted

@@ -28,9 +28,12 @@ class Reply {
   // A reply that nobody waits for.
   Reply() = default;
 
+  // Constrained, so that it hides neither copy nor move.
   template <class Callable>
   requires(!std::same_as<std::remove_cvref_t<Callable>, Reply> &&
-           std::is_invocable_v<Callable&, Values...>) Reply(Callable&& block)
+           std::is_invocable_v<Callable&, Values...>)
+      // NOLINTNEXTLINE(bugprone-forwarding-reference-overload)
+      Reply(Callable&& block)
       : state_(std::make_shared<State>(std::forward<Callable>(block))) {}
 
   void operator()(Values... values) const {

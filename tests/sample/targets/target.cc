@@ -1,14 +1,14 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// A program to be sampled: target MODE THREADS DEPTH. Each thread calls kitchen::Cook::descend DEPTH
-// times and then does what MODE says at the bottom: "stir" computes, "wait" sleeps in epoll_wait,
-// "rest" sleeps on a lock, "signal" computes inside a signal handler, "churn" begins and ends
-// threads. It says "ready" on standard output when all threads are at the bottom, and then obeys the
-// lines of its standard input: "serve FILE" loads a library and has a new thread call its serve(),
-// "map FILE" maps the file as if it were a program, "exec FILE" becomes another program, "quit" ends
-// the first thread alone. The answer to each line, known or not, is "turns N": how much the computing
-// threads have done. It ends with standard input.
+// A program to be sampled: target MODE THREADS DEPTH. Each thread calls kitchen::Cook::descend
+// DEPTH times and then does what MODE says at the bottom: "stir" computes, "wait" sleeps in
+// epoll_wait, "rest" sleeps on a lock, "signal" computes inside a signal handler, "churn" begins
+// and ends threads. It says "ready" on standard output when all threads are at the bottom, and then
+// obeys the lines of its standard input: "serve FILE" loads a library and has a new thread call its
+// serve(), "map FILE" maps the file as if it were a program, "exec FILE" becomes another program,
+// "quit" ends the first thread alone. The answer to each line, known or not, is "turns N": how much
+// the computing threads have done. It ends with standard input.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
