@@ -7,7 +7,7 @@
 namespace hoist {
 
 Ref<KLConnectionServiceFactory> KLConnectionServiceFactory::initWithListener(
-    Ref<xpc::Listener> listener, std::string serverClass, const xpc::Protocol& protocol) {
+    const Ref<xpc::Listener>& listener, std::string serverClass, const xpc::Protocol& protocol) {
   Ref<KLConnectionServiceFactory> factory(
       new KLConnectionServiceFactory(listener, std::move(serverClass), protocol));
   listener->setDelegate(factory);
