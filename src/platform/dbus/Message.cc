@@ -79,8 +79,9 @@ void takeFields(Cursor& cursor, Header& header) {
       continue;
     }
     const std::uint8_t* type = cursor.take(3);
-    require(type[0] == 1 && type[1] == kFieldTypes[code - 1] && type[2] == 0,
-            "a header field has the wrong type");
+    require(
+        type[0] == 1 && type[1] == static_cast<std::uint8_t>(kFieldTypes[code - 1]) && type[2] == 0,
+        "a header field has the wrong type");
     require(!(seen & (1u << code)), "a header field appears twice");
     seen |= 1u << code;
     takeKnownField(cursor, code, header);
