@@ -11,9 +11,9 @@
 #include "exceptions/KLException.h"
 #include "logging/LogLineIdentifier.h"
 #include "logging/Logger.h"
+#include "platform/DescriptorLimit.h"
 #include "platform/Exception.h"
 #include "platform/SystemCall.h"
-#include "platform/xpc/Limits.h"
 #include "values/Error.h"
 
 namespace hoist {
@@ -22,7 +22,7 @@ void prepareProcess() {
   // A helper that closes its input must not end the hoist.
   ::signal(SIGPIPE, SIG_IGN);
   ::umask(S_IWGRP | S_IWOTH);
-  xpc::raiseDescriptorLimit();
+  platform::raiseDescriptorLimit();
 }
 
 void registerClasses() {

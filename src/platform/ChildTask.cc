@@ -26,6 +26,7 @@
 #include <memory>
 #include <system_error>
 
+#include "platform/DescriptorLimit.h"
 #include "platform/SystemCall.h"
 
 // The C library's other name of clone(3). ThreadSanitizer steps in front of the first one and takes
@@ -48,6 +49,8 @@ struct Start {
   uid_t realUser;
   uid_t effectiveUser;
   bool changesUser;
+  // The limit of descriptors that the parent had before it raised its own.
+  const rlimit* descriptorLimit;
   // What the child reports when it fails; it shares the memory.
   const char* failedCall;
   int failure;
@@ -93,6 +96,8 @@ HOIST_PLAIN_CODE bool prepareChild(Start& start) {
   start.failedCall = "chdir";
   if (::syscall(SYS_chdir, "/") < 0) return false;
   ::syscall(SYS_umask, S_IWGRP | S_IWOTH);
+  start.failedCall = "setrlimit";
+  if (start.descriptorLimit && ::setrlimit(RLIMIT_NOFILE, start.descriptorLimit) < 0) return false;
   start.failedCall = "setresuid";
   if (start.changesUser &&
       ::syscall(SYS_setresuid, start.realUser, start.effectiveUser, start.effectiveUser) < 0) {
@@ -189,6 +194,7 @@ Ref<ChildTask> ChildTask::launch(const ChildTaskOptions& options) {
   }
   auto argumentPointers = pointers(arguments);
   auto environmentPointers = pointers(environment);
+  const auto& limit = platform::originalDescriptorLimit();
   bool changesUser = options.setUserIDOwner || options.realUser;
   Start description{
       .path = options.launchPath.c_str(),
@@ -199,6 +205,7 @@ Ref<ChildTask> ChildTask::launch(const ChildTaskOptions& options) {
       .realUser = options.realUser.value_or(0),
       .effectiveUser = options.realUser ? 0 : options.setUserIDOwner.value_or(kUnchanged),
       .changesUser = changesUser,
+      .descriptorLimit = limit ? &*limit : nullptr,
       .failedCall = "",
       .failure = 0};
   auto [pid, pidfd] = start(description);

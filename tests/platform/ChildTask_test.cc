@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "platform/DescriptorLimit.h"
 #include "platform/SystemCall.h"
 #include "support/TemporaryFolder.h"
 
@@ -112,6 +114,18 @@ TEST(ChildTask, GivesStandardDescriptorsThatCollideWithEachOther) {
   input.writing.reset();
   EXPECT_EQ(readAll(output.reading.get()), "through");
   task->waitUntilExit();
+}
+
+TEST(ChildTask, StartsWithTheDescriptorLimitThatTheParentHadAtFirst) {
+  rlimit before;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit low{256, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+  platform::raiseDescriptorLimit();
+  rlimit raised;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &raised), 0);
+  EXPECT_EQ(raised.rlim_cur, before.rlim_max);
+  EXPECT_THAT(run({.launchPath = probePath()}).output, HasSubstr("descriptor limit: 256 "));
 }
 
 TEST(ChildTask, RaisesWhenTheFileCannotBeExecuted) {

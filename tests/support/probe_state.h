@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <sys/auxv.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,6 +61,9 @@ inline void printState(std::FILE* out, int count, char** arguments) {
   std::fprintf(out, "directory: %s\n", ::getcwd(folder, sizeof folder));
   mode_t mask = ::umask(0);
   std::fprintf(out, "umask: %03o\n", mask);
+  rlimit limit;
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  std::fprintf(out, "descriptor limit: %lu %lu\n", limit.rlim_cur, limit.rlim_max);
 }
 
 }  // namespace probe

@@ -80,7 +80,4 @@ struct Limits {
   static Limits forHelper() { return {kHelperMessageSize, kHelperHeldBytesOfOneUser}; }
 };
 
-// Raises this process's limit of descriptors to the hard one. Called once, at start.
-void raiseDescriptorLimit();
-
 }  // namespace hoist::xpc
