@@ -21,8 +21,7 @@ inline constexpr std::string_view kInfoPlistPath = "Contents/Info.plist";
 inline constexpr std::uint64_t kMaximumInfoPlistBytes = 1024 * 1024;
 
 // The text under a key of the outermost dictionary; none when there is no such key, its value is no
-// text, or the bytes are no XML property list with at most 512 arrays and dictionaries. The binary
-// form is not read.
+// text, or the bytes are no property list within the bounds.
 std::optional<std::string> infoPlistText(std::span<const std::uint8_t> infoPlist, const char* key);
 
 // CFBundleExecutable, if it is the plain name of a file: not empty, no slash, neither "." nor "..".

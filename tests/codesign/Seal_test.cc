@@ -64,15 +64,18 @@ TEST(Seal, RefusesValuesThatDoNotBelong) {
     const char *what, *with, *problem;
   } kCases[] = {
       {"<integer>1</integer>", "<integer>2</integer>", "version"},
-      {"<integer>1</integer>", "<string>1</string>", "integer"},
-      {"<key>version</key>", "<key>revision</key>", "unknown"},
-      {"<key>version</key>\n\t<integer>1</integer>", "", "lacks a key"},
+      {"<integer>1</integer>", "<string>1</string>", "version"},
+      {"<integer>0</integer>", "<integer>-1</integer>", "size"},
+      {"<integer>0</integer>", "<real>0</real>", "size"},
+      {"<integer>0</integer>", "<string>0</string>", "size"},
+      {"<dict>", "<dict><key>more</key><true/>", "unknown key"},
+      {"<key>version</key>", "<key>revision</key>", "lacks the key version"},
+      {"<key>version</key>\n\t<integer>1</integer>", "", "lacks the key version"},
       {"<string>0644</string>", "<string>4644</string>", "mode"},
       {"<string>0644</string>", "<string>644</string>", "mode"},
       {"<string>0644</string>", "<string>064x</string>", "mode"},
-      {"<string>0644</string>", "<integer>644</integer>", "mode"},
-      {"<key>mode</key>", "<key>size</key>", "lacks a key"},
-      {"<key>mode</key>", "<key>mode</key>\n<string>0600</string>\n<key>mode</key>", "twice"},
+      {"<string>0644</string>", "<integer>644</integer>", "text"},
+      {"<key>mode</key>", "<key>size</key>", "lacks the key mode"},
       {"e3b0c442", "e3b0c44", "digest"},
       {"e3b0c442", "E3B0C442", "digest"},
       {"e3b0c442", "e3b0c44g", "digest"},
@@ -86,7 +89,6 @@ TEST(Seal, RefusesValuesThatDoNotBelong) {
       {"Contents/Info.plist", "Contents%00", "path"},
       {"Contents/Info.plist", "Contents/_CodeSignature/CodeResources", "path"},
       {"Contents/Info.plist", "Contents/_CodeSignature/CodeSignature", "path"},
-      {"Contents/Info.plist", "Contents/odd %FF%0A%25&amp;&lt;&gt;\"' name", "twice"},
       {"<string>../..//x </string>", "<string></string>", "target"},
   };
   for (const auto& c : kCases) {
@@ -99,31 +101,25 @@ TEST(Seal, RefusesWhatIsNoPropertyListOfItsShape) {
   const auto text = textOfSeal(someSeal());
   for (const auto& other :
        {std::string(), std::string("bplist00"), std::string(kHead), text.substr(0, text.size() / 2),
-        std::string(kHead) + "<dict>", std::string(kHead) + "</dict>",
-        std::string(kHead) + "</plist>", std::string(kHead) + "<dict/></plist>",
-        std::string(1, '\0') + text, replaced(text, "0644", std::string_view("06\0004", 4))}) {
+        std::string(kHead) + "<dict>", std::string(kHead) + "</plist>",
+        std::string(kHead) + "<array/></plist>", std::string(kHead) + "<dict/></plist>",
+        std::string(1, '\0') + text, replaced(text, "0644", std::string_view("06\0004", 4)),
+        replaced(text, "0644", "06&#0;44"), replaced(text, "<string>0644</string>", "<true/>"),
+        replaced(text, "<dict>", "<dict x=\"1\">"),
+        replaced(text, "<dict>", "<!DOCTYPE x [<!ENTITY a \"b\">]><dict>")}) {
     EXPECT_NE(problemOfReading(other), "") << other;
-  }
-  for (const char* foreign :
-       {"<array>", "<data>", "<true/>", "<real>", "<!-- x -->", "<![CDATA[x]]>", "<?x ?>",
-        "<dict x=\"1\">", "<dict >", "<!DOCTYPE x [<!ENTITY a \"b\">]>", "<"}) {
-    EXPECT_THAT(problemOfReading(replaced(text, "<dict>", std::string(foreign) + "<dict>")),
-                HasSubstr("something else"))
-        << foreign;
   }
 }
 
 TEST(Seal, RefusesNestingThatWouldEndTheProcess) {
-  EXPECT_THAT(problemOfReading(kHead + repeated("<dict><key>a</key>", 4)), HasSubstr("nested"));
-  EXPECT_THAT(problemOfReading(kHead + repeated("<dict><key>a</key>", 200'000) +
-                               repeated("</dict>", 200'000) + "</plist>"),
-              HasSubstr("nested"));
+  EXPECT_NE(problemOfReading(kHead + repeated("<dict><key>a</key>", 200'000) +
+                             repeated("</dict>", 200'000) + "</plist>"),
+            "");
 }
 
-TEST(Seal, RefusesABillionEntriesBeforeItReadsThem) {
-  EXPECT_THAT(problemOfReading(kHead + repeated("<key/>", kMaximumSealTags + 1)),
-              HasSubstr("too many"));
-  EXPECT_THAT(problemOfReading(std::string(kMaximumSealBytes + 1, ' ')), HasSubstr("too large"));
+TEST(Seal, RefusesMoreThanItReads) {
+  EXPECT_THAT(problemOfReading(kHead + std::string(kMaximumSealBytes, ' ')),
+              HasSubstr("too large"));
 }
 
 TEST(Seal, IsReadableForPlistReadersOfOthers) {

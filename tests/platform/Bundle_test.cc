@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include "platform/InfoPlist.h"
+#include "platform/PropertyList.h"
 #include "support/TemporaryFolder.h"
 
 namespace hoist::platform {
@@ -129,13 +130,21 @@ std::string repeated(std::string_view text, int times) {
 }
 
 TEST(InfoPlist, RefusesWhatIsNoPropertyListOfTheExpectedShape) {
-  EXPECT_EQ(nameIn(""), std::nullopt);
-  EXPECT_EQ(nameIn("not a property list"), std::nullopt);
-  EXPECT_EQ(nameIn("<plist version=\"1.0\"><array/></plist>"), std::nullopt);
-  EXPECT_EQ(nameIn("<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><integer>1</integer>"
-                   "</dict></plist>"),
-            std::nullopt);
-  EXPECT_EQ(nameIn(std::string("bplist00\xd0\x08\0\0\0\0\0\0\x01\x01", 18)), std::nullopt);
+  for (const char* text :
+       {"", "not a property list", "<plist version=\"1.0\"><array/></plist>",
+        "<plist "
+        "version=\"1.0\"><dict><key>CFBundleExecutable</key><integer>1</integer></dict></plist>",
+        "<plist version=\"1.0\"><dict><key>Other</key><string>a</string></dict></plist>"}) {
+    EXPECT_EQ(nameIn(text), std::nullopt) << text;
+  }
+}
+
+TEST(InfoPlist, IsReadInBothForms) {
+  const Value value = Dictionary{{"CFBundleExecutable", "tool"}};
+  for (const auto form : {PropertyListFormat::XML, PropertyListFormat::Binary}) {
+    EXPECT_THAT(executableNameOfInfoPlist(dataFromPropertyList(value, form).bytes()),
+                Optional(std::string("tool")));
+  }
 }
 
 TEST(InfoPlist, RefusesNestingThatWouldEndTheProcess) {
@@ -145,8 +154,14 @@ TEST(InfoPlist, RefusesNestingThatWouldEndTheProcess) {
             std::nullopt);
   // Closings that only look like some do not hide it.
   EXPECT_EQ(
-      nameIn("<plist version=\"1.0\">" + repeated("<dict><!-- </dict> --><key>a</key>", 30'000)),
+      nameIn("<plist version=\"1.0\">" + repeated("<dict><!-- </dict> --><key>a</key>", 20'000)),
       std::nullopt);
+}
+
+TEST(InfoPlist, ANulInATextDoesNotEndTheProcess) {
+  auto text = infoPlist("a-b");
+  text[text.find("a-b") + 1] = '\0';
+  EXPECT_EQ(nameIn(text), std::nullopt);
 }
 
 TEST(InfoPlist, ReadsOneWithCommentsAndNestedValues) {

@@ -20,8 +20,6 @@ inline constexpr unsigned kMaximumDepth = 32;
 inline constexpr std::uint64_t kMaximumTargetBytes = 4095;
 
 inline constexpr std::uint64_t kMaximumSealBytes = 16 * 1024 * 1024;
-// Opening and closing tags in the seal: twenty for each entry.
-inline constexpr std::uint64_t kMaximumSealTags = 20 * kMaximumEntries;
 
 inline constexpr std::uint64_t kMaximumSignatureBytes = 256 * 1024;
 inline constexpr int kMaximumCertificates = 16;

@@ -4,21 +4,19 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <charconv>
-#include <functional>
+#include <initializer_list>
 
 #include "codesign/Limits.h"
 #include "codesign/PathText.h"
-#include "codesign/Plist.h"
 #include "codesign/Problem.h"
-#include "codesign/SealShape.h"
+#include "platform/PropertyList.h"
 
 namespace hoist::codesign {
 namespace {
 
 // Changes whenever an older reader would misunderstand a seal.
-constexpr std::uint64_t kVersion = 1;
+constexpr std::int64_t kVersion = 1;
 
 [[noreturn]] void refuse(std::string_view reason) {
   throw Problem(kSealPath, reason);
@@ -26,32 +24,50 @@ constexpr std::uint64_t kVersion = 1;
 
 // Writing.
 
-plist_t textNode(const std::string& text) {
-  return plist_new_string(text.c_str());
+Value valueOfMode(unsigned mode) {
+  return fmt::format("{:04o}", mode);
 }
 
-plist_t modeNode(unsigned mode) {
-  return textNode(fmt::format("{:04o}", mode));
+Value valueOfFile(const SealedFile& file) {
+  return Dictionary{{"mode", valueOfMode(file.mode)},
+                    {"sha256", platform::hexadecimal(file.digest)},
+                    {"size", file.size}};
 }
 
-plist_t fileNode(const SealedFile& file) {
-  plist_t node = plist_new_dict();
-  plist_dict_set_item(node, "mode", modeNode(file.mode));
-  plist_dict_set_item(node, "sha256", textNode(platform::hexadecimal(file.digest)));
-  plist_dict_set_item(node, "size", plist_new_uint(file.size));
-  return node;
+Value valueOfTarget(const std::string& target) {
+  return textOfPath(target);
 }
 
-template <class Table, class MakeNode>
-plist_t tableNode(const Table& table, MakeNode&& makeNode) {
-  plist_t node = plist_new_dict();
-  for (const auto& [path, entry] : table) {
-    plist_dict_set_item(node, textOfPath(path).c_str(), makeNode(entry));
-  }
-  return node;
+template <class Table, class ValueOf>
+Value valueOfTable(const Table& table, ValueOf&& valueOf) {
+  Dictionary entries;
+  for (const auto& [path, entry] : table) entries.emplace(textOfPath(path), valueOf(entry));
+  return entries;
 }
 
 // Reading.
+
+const Dictionary& dictionaryOf(const Value& value) {
+  const auto* dictionary = value.dictionary();
+  if (!dictionary) refuse("holds something else than a dictionary where one belongs");
+  return *dictionary;
+}
+
+// A dictionary with these keys and no others.
+const Dictionary& dictionaryOf(const Value& value, std::initializer_list<const char*> keys) {
+  const auto& dictionary = dictionaryOf(value);
+  for (const char* key : keys) {
+    if (!dictionary.contains(key)) refuse(fmt::format("lacks the key {}", key));
+  }
+  if (dictionary.size() != keys.size()) refuse("holds an unknown key");
+  return dictionary;
+}
+
+const std::string& textOf(const Value& value) {
+  const auto* text = value.string();
+  if (!text) refuse("holds something else than a text where one belongs");
+  return *text;
+}
 
 // A relative path without empty, "." or ".." components.
 bool isPlainPath(std::string_view path) {
@@ -64,118 +80,94 @@ bool isPlainPath(std::string_view path) {
   }
 }
 
-std::string readPath(const std::string& text) {
+std::string pathOf(const std::string& text) {
   auto path = pathOfText(text);
   if (!path || !isPlainPath(*path) || *path == kSealPath || *path == kSignaturePath ||
-      path->find('\0') != path->npos) {
+      path->find('\0') != std::string::npos) {
     refuse("holds a path that cannot be sealed");
   }
   return *std::move(path);
 }
 
-unsigned readMode(plist_t node) {
-  const auto text = textOf(node);
+unsigned modeOf(const Value& value) {
+  const auto& text = textOf(value);
   unsigned mode = 0;
-  if (!text || text->size() != 4) refuse("holds a mode that is no four octal digits");
-  const auto end = text->data() + text->size();
-  if (std::from_chars(text->data(), end, mode, 8).ptr != end || (mode & ~kSealedModeBits) != 0) {
-    refuse("holds a mode that is no four octal digits");
+  const auto end = text.data() + text.size();
+  const bool isOctal = std::from_chars(text.data(), end, mode, 8).ptr == end;
+  if (!isOctal || text.size() != 4 || (mode & ~kSealedModeBits) != 0) {
+    refuse("holds a mode that is not four octal digits");
   }
   return mode;
 }
 
-platform::SHA256Digest readDigest(plist_t node) {
-  const auto text = textOf(node);
+platform::SHA256Digest digestOf(const Value& value) {
+  const auto& text = textOf(value);
   platform::SHA256Digest digest{};
-  if (!text || text->size() != 2 * digest.size()) refuse("holds a digest of another length");
+  if (text.size() != 2 * digest.size()) refuse("holds a digest of another length");
   for (std::size_t i = 0; i < digest.size(); ++i) {
-    std::from_chars(text->data() + 2 * i, text->data() + 2 * i + 2, digest[i], 16);
+    std::from_chars(text.data() + 2 * i, text.data() + 2 * i + 2, digest[i], 16);
   }
-  if (platform::hexadecimal(digest) != *text) refuse("holds a digest that is not hexadecimal");
+  if (platform::hexadecimal(digest) != text) refuse("holds a digest that is not hexadecimal");
   return digest;
 }
 
-std::uint64_t readInteger(plist_t node) {
-  if (!PLIST_IS_UINT(node)) refuse("holds something else than an integer where one belongs");
-  std::uint64_t value = 0;
-  plist_get_uint_val(node, &value);
-  return value;
+std::uint64_t sizeOf(const Value& value) {
+  const auto size = value.integer();
+  if (!size || *size < 0) refuse("holds a size that is no number of bytes");
+  return static_cast<std::uint64_t>(*size);
 }
 
-// Calls the reader of each key once; every one of the keys must be there and no other.
-using Readers = std::map<std::string, std::function<void(plist_t)>>;
-void readDictionary(plist_t node, Readers readers) {
-  if (!PLIST_IS_DICT(node)) refuse("holds something else than a dictionary where one belongs");
-  forEachEntry(node, [&](const std::string& key, plist_t value) {
-    const auto reader = readers.extract(key);
-    if (reader.empty()) refuse("holds an unknown key");
-    reader.mapped()(value);
-  });
-  if (!readers.empty()) refuse("lacks a key");
+SealedFile fileOf(const Value& value) {
+  const auto& file = dictionaryOf(value, {"mode", "sha256", "size"});
+  return {digestOf(file.at("sha256")), sizeOf(file.at("size")), modeOf(file.at("mode"))};
 }
 
-SealedFile readFile(plist_t node) {
-  SealedFile file{};
-  readDictionary(node, {{"mode", [&](plist_t value) { file.mode = readMode(value); }},
-                        {"sha256", [&](plist_t value) { file.digest = readDigest(value); }},
-                        {"size", [&](plist_t value) { file.size = readInteger(value); }}});
-  return file;
-}
-
-std::string readTarget(plist_t node) {
-  const auto text = textOf(node);
-  auto target = text ? pathOfText(*text) : std::nullopt;
+std::string targetOf(const Value& value) {
+  auto target = pathOfText(textOf(value));
   if (!target || target->empty()) refuse("holds a link without a target");
   return *std::move(target);
 }
 
 template <class Entry>
-void readTable(plist_t node, std::map<std::string, Entry>& table, Entry (*read)(plist_t)) {
-  if (!PLIST_IS_DICT(node)) refuse("holds something else than a dictionary where one belongs");
-  forEachEntry(node,
-               [&](const std::string& key, plist_t value) { table[readPath(key)] = read(value); });
+std::map<std::string, Entry> tableOf(const Value& value, Entry (*entryOf)(const Value&)) {
+  std::map<std::string, Entry> table;
+  for (const auto& [text, entry] : dictionaryOf(value)) {
+    table.emplace(pathOf(text), entryOf(entry));
+  }
+  return table;
 }
 
-// Of the outermost dictionary, the tables, and the files' entries.
-std::uint64_t numberOfKeys(const Seal& seal) {
-  return 4 + seal.files.size() + seal.folders.size() + seal.links.size() + 3 * seal.files.size();
+Value parse(std::string_view text) {
+  if (text.size() > kMaximumSealBytes) refuse("is too large");
+  if (!text.starts_with("<?xml")) refuse("is not an XML property list");
+  try {
+    return platform::propertyListFromData(
+        {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+  } catch (const platform::PropertyListError& error) {
+    refuse(error.what());
+  }
 }
 
 }  // namespace
 
 std::string textOfSeal(const Seal& seal) {
-  const Plist root(plist_new_dict());
-  plist_dict_set_item(root.get(), "version", plist_new_uint(kVersion));
-  plist_dict_set_item(root.get(), "files", tableNode(seal.files, fileNode));
-  plist_dict_set_item(root.get(), "folders", tableNode(seal.folders, modeNode));
-  plist_dict_set_item(root.get(), "links", tableNode(seal.links, [](const std::string& target) {
-                        return textNode(textOfPath(target));
-                      }));
-  char* text = nullptr;
-  std::uint32_t length = 0;
-  plist_to_xml(root.get(), &text, &length);
-  const std::unique_ptr<char, CFree> owner(text);
-  if (!text) throw Problem(kSealPath, "cannot be made");
-  return {text, length};
+  const Value value = Dictionary{{"files", valueOfTable(seal.files, valueOfFile)},
+                                 {"folders", valueOfTable(seal.folders, valueOfMode)},
+                                 {"links", valueOfTable(seal.links, valueOfTarget)},
+                                 {"version", kVersion}};
+  return std::string(
+      platform::dataFromPropertyList(value, platform::PropertyListFormat::XML).view());
 }
 
 Seal sealOfText(std::string_view text) {
-  const auto keys = checkSealShape(text);
-  plist_t node = nullptr;
-  plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
-  const Plist root(node);
-  Seal seal;
-  readDictionary(root.get(),
-                 {{"files", [&](plist_t value) { readTable(value, seal.files, readFile); }},
-                  {"folders", [&](plist_t value) { readTable(value, seal.folders, readMode); }},
-                  {"links", [&](plist_t value) { readTable(value, seal.links, readTarget); }},
-                  {"version", [](plist_t value) {
-                     if (readInteger(value) != kVersion)
-                       refuse("is of a version that is not known here");
-                   }}});
-  // Of keys that are the same the library keeps one.
-  if (keys != numberOfKeys(seal)) refuse("holds a key twice");
-  return seal;
+  const auto value = parse(text);
+  const auto version = dictionaryOf(value).find("version");
+  if (version != dictionaryOf(value).end() && version->second != Value(kVersion)) {
+    refuse("is of a version that is not known here");
+  }
+  const auto& seal = dictionaryOf(value, {"files", "folders", "links", "version"});
+  return {tableOf(seal.at("files"), fileOf), tableOf(seal.at("folders"), modeOf),
+          tableOf(seal.at("links"), targetOf)};
 }
 
 }  // namespace hoist::codesign
