@@ -1,6 +1,9 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include "codesign/Seal.h"
@@ -212,6 +215,23 @@ TEST_F(Tool, StopsAtItsTimeLimit) {
   EXPECT_EQ(stopped.status, 1);
   EXPECT_EQ(stopped.output, "");
   EXPECT_EQ(stopped.errors, "codesign: took longer than its time limit\n");
+}
+
+TEST_F(Tool, StopsAtItsTimeLimitThoughAFileSystemNeverAnswers) {
+  // A file system in user space whose server, this test, answers nothing.
+  const FileDescriptor server(open("/dev/fuse", O_RDWR | O_CLOEXEC));
+  const auto place = bundle_.folder() / "Silent.app";
+  std::filesystem::create_directory(place);
+  const auto options =
+      fmt::format("fd={},rootmode=40000,user_id=0,group_id=0,allow_other", server.get());
+  if (!server || mount("silent", place.c_str(), "fuse", 0, options.c_str()) != 0) {
+    GTEST_SKIP() << "nothing can be mounted here";
+  }
+  const auto stopped =
+      codesign({"--verify", "--time-limit", "0.1", "--trust", identity_ + "/trust", place});
+  EXPECT_EQ(stopped.status, 1);
+  EXPECT_EQ(stopped.errors, "codesign: took longer than its time limit\n");
+  EXPECT_EQ(umount2(place.c_str(), MNT_DETACH), 0);
 }
 
 }  // namespace
