@@ -25,12 +25,23 @@ struct Shared {
     SpinLockHolder holder(lock);
     return logger;
   }
-  // The one that is replaced is let go outside the lock.
   void install(Ref<Logger> replacement) {
     SpinLockHolder holder(lock);
+    exchange(replacement);
+    // The one that is replaced is let go after the lock.
+    holder.unlock();
+  }
+  // Not when another thread has changed the logger meanwhile.
+  void installInPlaceOf(const Ref<Logger>& expected, Ref<Logger> replacement) {
+    SpinLockHolder holder(lock);
+    if (logger == expected) exchange(replacement);
+    holder.unlock();
+  }
+
+ private:
+  void exchange(Ref<Logger>& replacement) REQUIRES(lock) {
     logger.swap(replacement);
     ++generation;
-    holder.unlock();
   }
 };
 
@@ -45,12 +56,16 @@ Ref<Logger> makeLogger(std::string_view className) {
   return known && known->create ? as<Logger>(known->create()) : nullptr;
 }
 
-void installFallback() {
+Ref<Logger> installFallback() {
   constexpr std::string_view kForRoot[] = {"NullLogger", "NSLogLogger"};
   constexpr std::string_view kForOthers[] = {"NSLogLogger", "NullLogger"};
   const auto& names = ::geteuid() == 0 ? kForRoot : kForOthers;
   for (auto name : names) {
-    if (auto logger = makeLogger(name)) return Logger::setDefaultLogger(logger);
+    if (auto logger = makeLogger(name)) {
+      logger->reopen();
+      shared().installInPlaceOf(nullptr, logger);
+      return logger;
+    }
   }
   failAssertion({"+[Logger defaultLogger]", __FILE__, __LINE__},
                 std::string("could not create fallback Logger; tried ")
@@ -59,21 +74,26 @@ void installFallback() {
                     .append(names[1]));
 }
 
-void installStandardLogger() {
-  auto fallback = shared().current();
-  auto putBack = [&](const Exception& exception) {
-    shared().install(fallback);
-    if (!as<NSLogLogger>(fallback)) return;
-    fallback->logInLineMessage(classification::Failure, nullptr,
-                               "could not create standard logger; logging to console");
-    fallback->logMapInLineException(classification::Failure, nullptr, nullptr, exception);
-  };
+void reportStandardLogger(const Exception& exception) {
+  auto fallback = as<NSLogLogger>(shared().current());
+  if (!fallback) return;
+  fallback->logInLineMessage(classification::Failure, nullptr,
+                             "could not create standard logger; logging to console");
+  fallback->logMapInLineException(classification::Failure, nullptr, nullptr, exception);
+}
+
+// The fallback stays in its place until the standard logger is ready, for what that logs itself and
+// for what is to be said if it fails.
+void installStandardLogger(const Ref<Logger>& fallback) {
   try {
-    if (auto logger = makeLogger("LogFileLogger")) Logger::setDefaultLogger(logger);
+    auto logger = makeLogger("LogFileLogger");
+    if (!logger) return;
+    logger->reopen();
+    shared().installInPlaceOf(fallback, logger);
   } catch (const Exception& exception) {
-    putBack(exception);
+    reportStandardLogger(exception);
   } catch (const std::exception& exception) {
-    putBack(Exception(Exception::kGenericException, exception.what()));
+    reportStandardLogger(Exception(Exception::kGenericException, exception.what()));
   }
 }
 
@@ -100,8 +120,7 @@ void LoggerInUse::forget() {
 Ref<Logger> Logger::defaultLogger() {
   if (auto logger = shared().current()) return logger;
   [[maybe_unused]] static const bool registered = (registerClasses(), true);
-  installFallback();
-  installStandardLogger();
+  installStandardLogger(installFallback());
   auto logger = shared().current();
   // Released meanwhile by another thread: chosen anew.
   return logger ? logger : defaultLogger();

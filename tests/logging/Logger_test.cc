@@ -440,14 +440,28 @@ TEST_F(DefaultLogger, MayStillBeUsedWhileTheThreadEnds) {
 
 TEST_F(DefaultLogger, IsReplacedSafelyWhileOthersLog) {
   std::atomic<bool> stop = false;
-  std::vector<std::jthread> threads;
-  for (int thread = 0; thread < 3; ++thread) {
-    threads.emplace_back([&] {
-      while (!stop) Logger::log(classification::Plain, "x");
-    });
+  Ref<Logger> last;
+  {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+      threads.emplace_back([&] {
+        while (!stop) Logger::log(classification::Debug, "x");
+      });
+    }
+    for (int time = 0; time < 200; ++time) Logger::setDefaultLogger(last = make<Logger>());
+    stop = true;
   }
-  for (int time = 0; time < 200; ++time) Logger::setDefaultLogger(make<Logger>());
-  stop = true;
+  // A thread that found none meanwhile has not put a fallback in its place.
+  EXPECT_EQ(Logger::defaultLogger(), last);
+}
+
+TEST_F(DefaultLogger, StandardLoggerMayLogWhileItIsOpened) {
+  struct Talking : RecordingLogger {
+    void reopen() override { Logger::log(classification::Debug, "opening"); }
+    std::string className() const override { return kFile; }
+  };
+  add(kFile, [] { return make<Talking>(); });
+  EXPECT_EQ(chosen(), "LogFileLogger");
 }
 
 // ---- Reports of the platform ----

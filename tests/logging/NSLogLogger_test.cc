@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/Clock.h"
+#include "support/Journal.h"
 #include "support/RecordingLogger.h"
 
 namespace hoist {
@@ -89,6 +90,36 @@ TEST_F(NSLogLoggerTest, IsNotReopenedByTheDate) {
   Logger::log(classification::Warning, "the day after tomorrow");
   EXPECT_EQ(logger->reopened, 1);  // when it was installed
   EXPECT_THAT(logger->texts, ElementsAre("(Warning) today", "(Warning) the day after tomorrow"));
+}
+
+TEST(NSLogLoggerJournal, KeepsLineAndClassInFieldsOfTheirOwn) {
+  auto sent = receivedByJournal([](int standardError, FileDescriptor&) {
+    Console console(Console::Destination::Journal, standardError);
+    NSLogLogger logger(console);
+    auto parent = LogLineIdentifier::logLineIdentifierFromString("7.73926658.412");
+    logger.logInLineMessage(classification::Failure, parent, "volume is full");
+  });
+  if (!sent) GTEST_SKIP() << "no mount namespace can be made here";
+  EXPECT_THAT(*sent, testing::StartsWith("MESSAGE=(Failure) volume is full\nPRIORITY=3\n"
+                                         "KELVO_LINE=7.73926658.412.1\nKELVO_CLASS=Failure\n"));
+}
+
+TEST(NSLogLoggerJournal, ClassificationsHavePriorities) {
+  auto priorityOf = [](Classification classification) {
+    auto sent = receivedByJournal([&](int standardError, FileDescriptor&) {
+      Console console(Console::Destination::Journal, standardError);
+      NSLogLogger(console).logInLineMessage(classification, nullptr, "x");
+    });
+    return sent ? sent->substr(sent->find("PRIORITY="), 10) : "";
+  };
+  if (priorityOf(classification::Plain).empty()) {
+    GTEST_SKIP() << "no mount namespace can be made here";
+  }
+  EXPECT_EQ(priorityOf(classification::Plain), "PRIORITY=6");
+  EXPECT_EQ(priorityOf(classification::Caution), "PRIORITY=5");
+  EXPECT_EQ(priorityOf(classification::Warning), "PRIORITY=4");
+  EXPECT_EQ(priorityOf(classification::Failure), "PRIORITY=3");
+  EXPECT_EQ(priorityOf(classification::Details), "PRIORITY=6");
 }
 
 }  // namespace

@@ -5,12 +5,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -21,39 +16,13 @@
 
 #include "platform/Clock.h"
 #include "platform/FileDescriptor.h"
+#include "support/Journal.h"
 #include "support/TimeZone.h"
 
 namespace hoist {
 namespace {
 
 using testing::MatchesRegex;
-
-// A pipe that a console writes to. Entries are small enough for its buffer.
-class Pipe {
- public:
-  Pipe() {
-    int ends[2];
-    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-    reading_ = FileDescriptor(ends[0]);
-    writing_ = FileDescriptor(ends[1]);
-  }
-  int writingEnd() const { return writing_.get(); }
-  // Everything that was written; ends the writing.
-  std::string contents() {
-    writing_.reset();
-    std::string text;
-    char buffer[4096];
-    ssize_t size;
-    while ((size = ::read(reading_.get(), buffer, sizeof buffer)) > 0) {
-      text.append(buffer, static_cast<std::size_t>(size));
-    }
-    return text;
-  }
-
- private:
-  FileDescriptor reading_;
-  FileDescriptor writing_;
-};
 
 std::string written(std::string_view text) {
   Pipe pipe;
@@ -138,83 +107,36 @@ TEST(Console, IsTheJournalWhenTheDescriptorIsItsStream) {
 
 // ---- The journal's own socket ----
 
-// A folder tree of its own for the journal's socket, which only this process sees.
-bool enterEmptyRunFolder() {
-  if (::unshare(CLONE_NEWNS) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         ::mount("tmpfs", "/run", "tmpfs", MS_NOSUID | MS_NODEV, nullptr) == 0 &&
-         ::mkdir("/run/systemd", 0755) == 0 && ::mkdir("/run/systemd/journal", 0755) == 0;
-}
-
-FileDescriptor boundJournalSocket() {
-  FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
-  ::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
-  return socket;
-}
-
-// What the journal receives when the code runs, passed through the pipe of a child process.
-template <class Code>
-std::string receivedByJournal(Code code, bool& possible) {
-  Pipe pipe;
-  constexpr int kNoNamespace = 77;
-  pid_t child = ::fork();
-  if (child == 0) {
-    if (!enterEmptyRunFolder()) ::_exit(kNoNamespace);
-    auto socket = boundJournalSocket();
-    code(pipe.writingEnd(), socket);
-    char buffer[65536];
-    ssize_t size = ::recv(socket.get(), buffer, sizeof buffer, MSG_DONTWAIT);
-    [[maybe_unused]] auto passed =
-        ::write(pipe.writingEnd(), buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    ::_exit(0);
-  }
-  std::string received = pipe.contents();
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  possible = !(WIFEXITED(status) && WEXITSTATUS(status) == kNoNamespace);
-  return received;
-}
-
 TEST(ConsoleJournal, EntryIsSentWithItsFields) {
-  bool possible = false;
-  std::string received = receivedByJournal(
-      [](int standardError, FileDescriptor&) {
-        ConsoleField fields[] = {{"TEST_LINE", "7.1.2"}, {"TEST_CLASS", "Warning"}};
-        Console(Console::Destination::Journal, standardError)
-            .write(LOG_WARNING, "(Warning) volume is full", fields);
-      },
-      possible);
-  if (!possible) GTEST_SKIP() << "no mount namespace can be made here";
-  EXPECT_THAT(received, testing::HasSubstr("MESSAGE=(Warning) volume is full\nPRIORITY=4\n"
-                                           "TEST_LINE=7.1.2\nTEST_CLASS=Warning\n"));
-  EXPECT_THAT(received, testing::Not(testing::HasSubstr("CODE_FILE")));
+  auto received = receivedByJournal([](int standardError, FileDescriptor&) {
+    ConsoleField fields[] = {{"TEST_LINE", "7.1.2"}, {"TEST_CLASS", "Warning"}};
+    Console(Console::Destination::Journal, standardError)
+        .write(LOG_WARNING, "(Warning) volume is full", fields);
+  });
+  if (!received) GTEST_SKIP() << "no mount namespace can be made here";
+  EXPECT_THAT(*received, testing::HasSubstr("MESSAGE=(Warning) volume is full\nPRIORITY=4\n"
+                                            "TEST_LINE=7.1.2\nTEST_CLASS=Warning\n"));
+  EXPECT_THAT(*received, testing::Not(testing::HasSubstr("CODE_FILE")));
 }
 
 TEST(ConsoleJournal, TextOfSeveralLinesStaysOneField) {
-  bool possible = false;
-  std::string received = receivedByJournal(
-      [](int standardError, FileDescriptor&) {
-        Console(Console::Destination::Journal, standardError).write(LOG_INFO, "a\nPRIORITY=0");
-      },
-      possible);
-  if (!possible) GTEST_SKIP() << "no mount namespace can be made here";
+  auto received = receivedByJournal([](int standardError, FileDescriptor&) {
+    Console(Console::Destination::Journal, standardError).write(LOG_INFO, "a\nPRIORITY=0");
+  });
+  if (!received) GTEST_SKIP() << "no mount namespace can be made here";
   // Name, line feed, length in 8 bytes, text: the journal's form for texts with line feeds.
   std::string field("MESSAGE\n\x0c\0\0\0\0\0\0\0a\nPRIORITY=0\n", 8 + 8 + 13);
-  EXPECT_THAT(received, testing::HasSubstr(field));
-  EXPECT_THAT(received, testing::HasSubstr("\nPRIORITY=6\n"));
+  EXPECT_THAT(*received, testing::HasSubstr(field));
+  EXPECT_THAT(*received, testing::HasSubstr("\nPRIORITY=6\n"));
 }
 
 TEST(ConsoleJournal, EntryThatItRefusesGoesToTheDescriptor) {
-  bool possible = false;
-  std::string received = receivedByJournal(
-      [](int standardError, FileDescriptor& socket) {
-        socket.reset();  // its name stays: connections are refused
-        Console(Console::Destination::Journal, standardError).write(LOG_INFO, "refused");
-      },
-      possible);
-  if (!possible) GTEST_SKIP() << "no mount namespace can be made here";
-  EXPECT_THAT(received, testing::EndsWith("] refused\n"));
+  auto received = receivedByJournal([](int standardError, FileDescriptor& socket) {
+    socket.reset();  // its name stays: connections are refused
+    Console(Console::Destination::Journal, standardError).write(LOG_INFO, "refused");
+  });
+  if (!received) GTEST_SKIP() << "no mount namespace can be made here";
+  EXPECT_THAT(*received, testing::EndsWith("] refused\n"));
 }
 
 }  // namespace
