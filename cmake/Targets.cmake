@@ -61,3 +61,13 @@ function(hoist_fuzzer name)
   target_link_libraries(fuzz_${name} PRIVATE hoist_options ${ARG_DEPENDS} -fsanitize=fuzzer)
   set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzz)
 endfunction()
+
+# hoist_benchmark(NAME DEPENDS targets...): the program bench_NAME of every source of the folder, which ./bench runs.
+function(hoist_benchmark name)
+  cmake_parse_arguments(ARG "" "" "DEPENDS" ${ARGN})
+  find_package(benchmark REQUIRED)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  add_executable(bench_${name} ${sources})
+  target_link_libraries(bench_${name} PRIVATE hoist_options hoist_bench_support ${ARG_DEPENDS})
+  set_target_properties(bench_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+endfunction()
