@@ -13,7 +13,8 @@ endif()
 find_program(HOIST_CCACHE ccache)
 if(HOIST_CCACHE)
   set(CMAKE_C_COMPILER_LAUNCHER ${HOIST_CCACHE})
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${HOIST_CCACHE})
+  # What ccache has to overlook where headers are compiled ahead: it looks at those headers itself.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${HOIST_CCACHE})
 endif()
 
 # Sanitizers: "address" (with undefined behaviour) or "thread"; empty for none.

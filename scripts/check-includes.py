@@ -62,7 +62,7 @@ def sources(root):
 
 def resolve(root, including, name):
     """The file of this tree that an include names, or None for one of somebody else's."""
-    for folder in ("src", "tools", "tests", "", str(including.parent)):
+    for folder in ("src", "tools", "tests", "bench", "", str(including.parent)):
         candidate = pathlib.Path(os.path.normpath(pathlib.Path(folder) / name))
         for suffix in ("", ".in"):
             if (root / (str(candidate) + suffix)).is_file():
