@@ -2,39 +2,35 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "values/Date.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 
 namespace hoist {
 
+// Far beyond every date a double is cut, so that sums of two stay in range.
+Date::Wide Date::nanosecondsOf(double seconds) {
+  constexpr double kLimit = 1e20;
+  if (std::isnan(seconds)) return 0;
+  double whole = std::floor(std::clamp(seconds, -kLimit, kLimit));
+  double fraction = std::abs(seconds) < kLimit ? seconds - whole : 0;
+  return static_cast<Wide>(whole) * kBillion + std::llround(fraction * 1e9);
+}
+
 Date Date::fromSeconds(double secondsSince1970) {
-  // The largest double below 2^63.
-  constexpr double kLimit = 9223372036854774784.0;
-  if (std::isnan(secondsSince1970)) return Date();
-  if (secondsSince1970 > kLimit) return Date(std::numeric_limits<std::int64_t>::max());
-  if (secondsSince1970 < -kLimit) return Date(std::numeric_limits<std::int64_t>::min());
-  double whole = std::floor(secondsSince1970);
-  return Date(static_cast<std::int64_t>(whole), std::llround((secondsSince1970 - whole) * 1e9));
+  return fromWide(nanosecondsOf(secondsSince1970));
 }
 
 double Date::secondsSince(Date other) const {
-  return static_cast<double>(seconds_ - other.seconds_) +
-         static_cast<double>(nanoseconds_ - other.nanoseconds_) / 1e9;
+  Wide difference = wide() - other.wide();
+  // In two steps: the whole seconds of a double leave little room for what is below them.
+  return static_cast<double>(difference / kBillion) +
+         static_cast<double>(difference % kBillion) / 1e9;
 }
 
 Date Date::plusSeconds(double seconds) const {
-  Date offset = fromSeconds(seconds);
-  std::int64_t sum;
-  if (__builtin_add_overflow(seconds_, offset.seconds_, &sum)) {
-    return Date(seconds > 0 ? std::numeric_limits<std::int64_t>::max()
-                            : std::numeric_limits<std::int64_t>::min());
-  }
-  std::int64_t nanoseconds = nanoseconds_ + offset.nanoseconds_;
-  if (nanoseconds >= 1'000'000'000 && sum == std::numeric_limits<std::int64_t>::max())
-    return Date(sum);
-  return Date(sum, nanoseconds);
+  return fromWide(wide() + nanosecondsOf(seconds));
 }
 
 std::string Date::description() const {

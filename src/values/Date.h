@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstdint>
 #include <ctime>
+#include <limits>
 #include <string>
 
 namespace hoist {
@@ -15,18 +16,14 @@ namespace hoist {
 class Date {
  public:
   constexpr Date() = default;
+  // Nanoseconds may be any number; an instant outside the range becomes the nearest in it.
   constexpr explicit Date(std::int64_t seconds, std::int64_t nanoseconds = 0)
-      : seconds_(seconds + nanoseconds / 1'000'000'000), nanoseconds_(nanoseconds % 1'000'000'000) {
-    if (nanoseconds_ < 0) {
-      nanoseconds_ += 1'000'000'000;
-      --seconds_;
-    }
-  }
+      : Date(fromWide(Wide{seconds} * kBillion + nanoseconds)) {}
   static constexpr Date fromTimeSpec(const timespec& time) {
     return Date(time.tv_sec, time.tv_nsec);
   }
-  // Rounded to the nearest nanosecond; values outside the range of 64-bit seconds saturate, NaN is
-  // 1970.
+  // Rounded to the nearest nanosecond; values outside the range of 64-bit seconds become the
+  // nearest instant in it, NaN 1970.
   static Date fromSeconds(double secondsSince1970);
 
   constexpr std::int64_t seconds() const { return seconds_; }
@@ -40,6 +37,7 @@ class Date {
 
   // Seconds from the other date to this one; negative when this one is earlier.
   double secondsSince(Date other) const;
+  // Saturates; NaN adds nothing.
   Date plusSeconds(double seconds) const;
 
   // In UTC, like "2024-03-05 13:07:09 +0000".
@@ -48,6 +46,26 @@ class Date {
   friend constexpr auto operator<=>(const Date&, const Date&) = default;
 
  private:
+  // Nanoseconds since 1970 of more than all instants.
+  using Wide = __int128;
+  static constexpr Wide kBillion = 1'000'000'000;
+
+  static constexpr Date fromWide(Wide nanoseconds) {
+    constexpr std::int64_t kEarliest = std::numeric_limits<std::int64_t>::min();
+    constexpr std::int64_t kLatest = std::numeric_limits<std::int64_t>::max();
+    Wide seconds = nanoseconds / kBillion - (nanoseconds % kBillion < 0 ? 1 : 0);
+    Date date;
+    if (seconds < kEarliest || seconds > kLatest) {
+      date.seconds_ = seconds < 0 ? kEarliest : kLatest;
+    } else {
+      date.seconds_ = static_cast<std::int64_t>(seconds);
+      date.nanoseconds_ = static_cast<std::int64_t>(nanoseconds - seconds * kBillion);
+    }
+    return date;
+  }
+  static Wide nanosecondsOf(double seconds);
+  constexpr Wide wide() const { return Wide{seconds_} * kBillion + nanoseconds_; }
+
   std::int64_t seconds_ = 0;
   std::int64_t nanoseconds_ = 0;
 };
