@@ -36,17 +36,28 @@ const void* addressOf(const Value& container) {
 
 }  // namespace
 
-KeyedArchiver::KeyedArchiver(Unarchivable unarchivable)
-    : unarchivable_(unarchivable), top_(plist_new_dict()), current_(top_.get()) {
+KeyedArchiver::KeyedArchiver() : top_(plist_new_dict()), current_(top_.get()) {
+  append(plist_new_string(std::string(kNullText).c_str()));
+}
+
+KeyedArchiver::KeyedArchiver(AllowedClasses classes)
+    : classes_(std::move(classes)), top_(plist_new_dict()), current_(top_.get()) {
   append(plist_new_string(std::string(kNullText).c_str()));
 }
 
 KeyedArchiver::~KeyedArchiver() = default;
 
-Data KeyedArchiver::archivedDataWithRootObject(const Value& root, Unarchivable unarchivable) {
-  KeyedArchiver archiver(unarchivable);
-  archiver.encodeObject(kKeyedArchiveRootObjectKey, root);
-  return archiver.finishEncoding();
+Data KeyedArchiver::archivedDataWithRootObject(const Value& root) {
+  return KeyedArchiver().archived(root);
+}
+
+Data KeyedArchiver::archivedDataWithRootObject(const Value& root, AllowedClasses classes) {
+  return KeyedArchiver(std::move(classes)).archived(root);
+}
+
+Data KeyedArchiver::archived(const Value& root) {
+  encodeObject(kKeyedArchiveRootObjectKey, root);
+  return finishEncoding();
 }
 
 Data KeyedArchiver::finishEncoding() {
@@ -76,6 +87,11 @@ void KeyedArchiver::encodeDouble(std::string_view key, double value) {
 }
 void KeyedArchiver::encodeBytes(std::string_view key, std::span<const std::uint8_t> bytes) {
   set(key, nodeFromLeaf(Data(bytes), PropertyListFormat::Binary));
+}
+
+bool KeyedArchiver::isArchivable(const Object& object) const {
+  if (!object.isCodable()) return false;
+  return !classes_ || ClassRegistry::shared().isKindOf(object.className(), *classes_);
 }
 
 void KeyedArchiver::set(std::string_view key, plist_t node) {
@@ -115,7 +131,7 @@ KeyedArchiver::UID KeyedArchiver::placeText(const std::string& text) {
 }
 
 KeyedArchiver::UID KeyedArchiver::placeClass(const std::string& className) {
-  auto [known, isNew] = classes_.try_emplace(className, objects_.size());
+  auto [known, isNew] = classUIDs_.try_emplace(className, objects_.size());
   if (!isNew) return known->second;
   plist_t dictionary = plist_new_dict();
   plist_dict_set_item(dictionary, kClassNameKey, plist_new_string(className.c_str()));
@@ -159,7 +175,7 @@ KeyedArchiver::UID KeyedArchiver::placeObject(const Value& value) {
   Ref<Object> object = value.object();
   auto known = shared_.find(object.get());
   if (known != shared_.end()) return known->second;
-  if (depth_ == kMaximumArchiveDepth || !object->isCodable()) return placeDescription(value);
+  if (depth_ == kMaximumArchiveDepth || !isArchivable(*object)) return placeDescription(value);
   Scoped deeper(depth_, depth_ + 1);
 
   plist_t dictionary = plist_new_dict();
@@ -172,7 +188,7 @@ KeyedArchiver::UID KeyedArchiver::placeObject(const Value& value) {
 }
 
 KeyedArchiver::UID KeyedArchiver::placeDescription(const Value& value) {
-  if (unarchivable_ == Unarchivable::Describe) return placeText(value.description());
+  if (classes_) return placeText(value.description());
   refuse(depth_ == kMaximumArchiveDepth ? "objects more than 64 deep" : value.className());
 }
 

@@ -19,17 +19,17 @@ inline constexpr const char* kKeyedArchiveRootObjectKey = "root";
 // dictionaries by identity, strings by their text. Belongs to one thread.
 class KeyedArchiver final : public Encoder {
  public:
-  // What becomes of an object that cannot be archived, or stands more than 64 objects deep: the
-  // invalid-argument exception, or its description in its place.
-  enum class Unarchivable { Refuse, Describe };
-
-  explicit KeyedArchiver(Unarchivable unarchivable = Unarchivable::Refuse);
+  // Archives every object that is codable. Any other, and what stands more than 64 objects deep,
+  // raises hoist::Exception kInvalidArgumentException.
+  KeyedArchiver();
+  // Archives objects of these classes, and of those derived from them, as objects; in place of any
+  // other, and of what stands too deep, its description. Raises nothing.
+  explicit KeyedArchiver(AllowedClasses classes);
   ~KeyedArchiver() override;
 
-  // An archive with the one object under the root key. Raises hoist::Exception
-  // kInvalidArgumentException.
-  static Data archivedDataWithRootObject(const Value& root,
-                                         Unarchivable unarchivable = Unarchivable::Refuse);
+  // An archive with the one object under the root key.
+  static Data archivedDataWithRootObject(const Value& root);
+  static Data archivedDataWithRootObject(const Value& root, AllowedClasses classes);
 
   // The archive of all that was encoded; ends the archiver's use.
   Data finishEncoding();
@@ -46,6 +46,8 @@ class KeyedArchiver final : public Encoder {
  private:
   using UID = std::uint64_t;
 
+  Data archived(const Value& root);
+  bool isArchivable(const Object& object) const;
   void set(std::string_view key, plist_t node);
   // The place of the value among the objects, where it is put if it is not there yet.
   UID place(const Value& value);
@@ -57,13 +59,13 @@ class KeyedArchiver final : public Encoder {
   UID append(plist_t node);
   UID appendInstance(const std::string& className, plist_t dictionary);
 
-  Unarchivable unarchivable_;
+  const std::optional<AllowedClasses> classes_;  // none: every class that is codable
   unsigned depth_ = 0;
   platform::PropertyListNode top_;
   plist_t current_;  // the dictionary that keys go to: the top one, or that of an object
   std::vector<platform::PropertyListNode> objects_;
   std::map<std::string, UID> texts_;
-  std::map<std::string, UID> classes_;
+  std::map<std::string, UID> classUIDs_;
   std::map<const void*, UID> shared_;
   // Values whose address is in shared_: kept, so that no other value gets it.
   std::vector<Value> kept_;

@@ -140,9 +140,12 @@ std::optional<Value> KeyedUnarchiver::unarchiveObjectWithData(const Data& archiv
 
 std::optional<Value> KeyedUnarchiver::unarchivedObjectOfClasses(const AllowedClasses& classes,
                                                                 const Data& archive) {
-  KeyedUnarchiver unarchiver(archive);
-  return raisingInvalidArgument(
-      [&] { return unarchiver.decodeObject(kKeyedArchiveRootObjectKey, classes); });
+  return KeyedUnarchiver(archive).decodeTopLevelObject(kKeyedArchiveRootObjectKey, classes);
+}
+
+std::optional<Value> KeyedUnarchiver::decodeTopLevelObject(std::string_view key,
+                                                           const AllowedClasses& classes) {
+  return raisingInvalidArgument([&] { return decodeObject(key, classes); });
 }
 
 std::optional<std::string> KeyedUnarchiver::classNameForKey(std::string_view key) const {

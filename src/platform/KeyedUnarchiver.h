@@ -37,6 +37,9 @@ class KeyedUnarchiver final : public Decoder {
   static std::optional<Value> unarchivedObjectOfClasses(const AllowedClasses& classes,
                                                         const Data& archive);
 
+  // decodeObject, but raising like the two above.
+  std::optional<Value> decodeTopLevelObject(std::string_view key, const AllowedClasses& classes);
+
   // The class that the object under the key would have, without making it; the class's own word
   // when it is not known. Nothing when there is no object.
   std::optional<std::string> classNameForKey(std::string_view key) const;

@@ -466,18 +466,20 @@ TEST_F(KeyedArchive, SharesALotWhenItIsHonest) {
 }
 
 TEST_F(KeyedArchive, RefusesWhatCannotBeArchivedUnlessItMayDescribeIt) {
-  Value value = Array{"x", make<Uncodable>()};
+  Value value = Array{"x", make<Uncodable>(), make<HeavyParcel>(), Error::posix(2)};
   EXPECT_THROW(archive(value), Exception);
-  Data described =
-      KeyedArchiver::archivedDataWithRootObject(value, KeyedArchiver::Unarchivable::Describe);
-  EXPECT_EQ(KeyedUnarchiver::unarchiveObjectWithData(described), Value(Array{"x", "a thing"}));
+  Data described = KeyedArchiver::archivedDataWithRootObject(value, {"Parcel"});
+  Value after = KeyedUnarchiver::unarchiveObjectWithData(described).value();
+  const Array& array = *after.array();
+  EXPECT_EQ(array[1], Value("a thing"));
+  EXPECT_EQ(array[2].className(), "HeavyParcel");
+  EXPECT_EQ(array[3], Value(Error::posix(2)->description()));
 }
 
 TEST_F(KeyedArchive, DescribesWhatIsTooDeepIfItMay) {
   Value value = Array{};
   for (int i = 0; i < 64; ++i) value = Array{value};
-  Data described =
-      KeyedArchiver::archivedDataWithRootObject(value, KeyedArchiver::Unarchivable::Describe);
+  Data described = KeyedArchiver::archivedDataWithRootObject(value, {"Parcel"});
   Value after = KeyedUnarchiver::unarchiveObjectWithData(described).value();
   while (after.array() && !after.array()->empty()) after = Value(after.array()->front());
   EXPECT_EQ(after, Value("()"));
