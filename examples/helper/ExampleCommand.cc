@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/KeyedArchiver.h"
+#include "exceptions/ExceptionTransport.h"
 #include "values/product.h"
 
 namespace hoist::example {
@@ -200,9 +200,7 @@ void ExampleCommand::setPerilousMode(bool perilous) {
 
 std::optional<Data> ExampleCommand::exceptionData() const {
   auto exception = job_->exception();
-  return exception ? std::optional(KeyedArchiver::archivedDataWithRootObject(
-                         Value(exception->state())))
-                   : std::nullopt;
+  return exception ? std::optional(dataForException(*exception)) : std::nullopt;
 }
 
 void ExampleCommand::set(const char* property, std::optional<std::string> value) {
