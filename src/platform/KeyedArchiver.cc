@@ -26,7 +26,7 @@ std::vector<std::string> hierarchyOf(const std::string& className) {
     names.push_back(info->superclass);
     info = ClassRegistry::shared().find(info->superclass);
   }
-  names.push_back("NSObject");
+  names.emplace_back("NSObject");
   return names;
 }
 

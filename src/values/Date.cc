@@ -25,8 +25,8 @@ Date Date::fromSeconds(double secondsSince1970) {
 double Date::secondsSince(Date other) const {
   Wide difference = wide() - other.wide();
   // In two steps: the whole seconds of a double leave little room for what is below them.
-  return static_cast<double>(difference / kBillion) +
-         static_cast<double>(difference % kBillion) / 1e9;
+  Wide wholeSeconds = difference / kBillion;
+  return static_cast<double>(wholeSeconds) + static_cast<double>(difference % kBillion) / 1e9;
 }
 
 Date Date::plusSeconds(double seconds) const {
