@@ -13,10 +13,6 @@
 
 namespace hoist {
 
-// Helpers of one user that may run at the same time. Picked: far above what a desktop product does
-// by itself.
-inline constexpr std::size_t kMaximumHelpersPerUser = 64;
-
 // The helpers that this process has started and that still run. It collects each one's end in the
 // main run loop, so that none becomes a zombie, and tells helpers from other callers. Safe from any
 // thread.
