@@ -50,24 +50,16 @@ constexpr const char* kMachineFolder = "/etc/xdg";
 constexpr std::string_view kEnding = ".plist";
 constexpr std::size_t kLongestDomain = 200;  // leaves room for what is put around it in names
 
-std::optional<std::string> homeOfEffectiveUser() {
+std::optional<std::string> homeOfUser(uid_t user) {
   passwd entry{};
   passwd* found = nullptr;
   std::vector<char> buffer(1024);
   int error;
-  while ((error = getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
+  while ((error = getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
     buffer.resize(buffer.size() * 2);
   }
   if (error != 0 || !found || !found->pw_dir || found->pw_dir[0] != '/') return std::nullopt;
   return found->pw_dir;
-}
-
-// Asked anew each time: a process may change its effective user.
-std::optional<std::string> userFolder() {
-  const char* configured = secure_getenv("XDG_CONFIG_HOME");
-  if (configured && configured[0] == '/') return configured;
-  auto home = homeOfEffectiveUser();
-  return home ? std::optional(*home + "/.config") : std::nullopt;
 }
 
 bool isFileName(std::string_view domain) {
@@ -149,7 +141,17 @@ PreferenceStore& PreferenceStore::shared() {
   return store;
 }
 
-PreferenceStore::Folders PreferenceStore::folders() const {
+std::optional<std::string> PreferenceStore::userFolder() {
+  const char* configured = secure_getenv("XDG_CONFIG_HOME");
+  if (configured && configured[0] == '/') return configured;
+  if (user_ != geteuid() || !home_) {
+    user_ = geteuid();
+    home_ = homeOfUser(*user_);
+  }
+  return home_ ? std::optional(*home_ + "/.config") : std::nullopt;
+}
+
+PreferenceStore::Folders PreferenceStore::folders() {
   return fixed_ ? *fixed_ : Folders{userFolder(), kMachineFolder};
 }
 

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
 #include <memory>
 #include <optional>
@@ -50,11 +52,15 @@ class PreferenceStore {
 
  private:
   PreferenceStore();
-  Folders folders() const;
+  Folders folders() REQUIRES(mutex_);
+  std::optional<std::string> userFolder() REQUIRES(mutex_);
   PreferenceDomain& domain(std::string_view name) REQUIRES(mutex_);
 
   const std::optional<Folders> fixed_;
   Mutex mutex_;
+  // Of the effective user at the last question: a process may change it.
+  std::optional<uid_t> user_ GUARDED_BY(mutex_);
+  std::optional<std::string> home_ GUARDED_BY(mutex_);
   // By the path of the user's file, which changes with the effective user.
   std::map<std::string, std::unique_ptr<PreferenceDomain>, std::less<>> domains_ GUARDED_BY(mutex_);
 };
