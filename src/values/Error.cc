@@ -68,9 +68,9 @@ void Error::registerClass() {
        .decode = [](Decoder& decoder) -> Ref<Object> {
          auto domain = decoder.decodeString("NSDomain");
          auto code = decoder.decodeInteger("NSCode");
-         // Errors hold the errors that caused them.
+         // Errors hold the errors and exceptions that caused them.
          AllowedClasses classes = propertyListClasses();
-         classes.insert({"NSError", "NSNull"});
+         classes.insert({"NSException", "NSError", "NSNull"});
          auto userInfo = decoder.decodeObject("NSUserInfo", classes);
          if (!domain) throw DecodeError("an error without a domain");
          const Dictionary* entries = userInfo ? userInfo->dictionary() : nullptr;

@@ -120,6 +120,15 @@ TEST_F(ExceptionTransport, CarriesEveryKindOfDetail) {
   EXPECT_EQ(after.userInfo().at(".Error").objectAs<Error>()->code(), 2);
 }
 
+TEST_F(ExceptionTransport, CarriesTheCausesOfAnError) {
+  auto cause = make<Error>("Domain", 1, Dictionary{{"exception", plainException().state()}});
+  auto error = make<Error>("Domain", 2, Dictionary{{"NSUnderlyingError", cause}});
+  Exception after = transported(ioException().setError(error));
+  auto outer = after.userInfo().at(".Error").objectAs<Error>();
+  auto inner = outer->userInfo().at("NSUnderlyingError").objectAs<Error>();
+  EXPECT_EQ(inner->userInfo().at("exception").className(), "NSException");
+}
+
 TEST_F(ExceptionTransport, CarriesADescriptionOfWhatTheOtherEndWouldNotMake) {
   ClassRegistry::shared().add({.name = "Thing",
                                .superclass = "",

@@ -113,7 +113,7 @@ TEST(Error, IsCodedByItsFields) {
   FieldReader reader(fields.values);
   EXPECT_TRUE(decode(reader)->isEqual(error));
   EXPECT_TRUE(reader.seen["NSUserInfo"].contains("NSError"));
-  EXPECT_FALSE(reader.seen["NSUserInfo"].contains("NSException"));
+  EXPECT_FALSE(reader.seen["NSUserInfo"].contains("NSObject"));
 }
 
 TEST(Error, WithoutADomainIsNotMade) {
