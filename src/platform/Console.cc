@@ -4,8 +4,9 @@
 // the journal; then entries are sent to the journal's own socket instead, because the stream would
 // cut a text at its line feeds and knows no fields. Everywhere else an entry is one line that
 // begins with date, program and process; it goes out in a single write, so that lines of several
-// threads and processes cannot mix. Line feeds in the text are followed by a tab there: a text that
-// a client chose cannot pose as an entry of its own.
+// threads and processes cannot mix. Line feeds in the text are followed by a tab there, and control
+// characters are written in octal: a text that a client chose can neither pose as an entry of its
+// own nor steer the terminal of whoever reads the log.
 
 #include "platform/Console.h"
 
@@ -16,6 +17,7 @@
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
@@ -38,13 +40,28 @@ std::string assignment(std::string_view name, std::string_view value) {
   return text.append(name).append("=").append(value);
 }
 
+bool isPlain(unsigned char byte) {
+  return byte >= ' ' && byte != 0x7F;
+}
+
 void appendAsOneEntry(std::string& entry, std::string_view text) {
+  auto rest = text.begin();
   for (;;) {
-    std::size_t line = text.find('\n');
-    entry += text.substr(0, line);
-    if (line == std::string_view::npos) break;
-    entry += "\n\t";
-    text.remove_prefix(line + 1);
+    auto stop = std::find_if_not(rest, text.end(), isPlain);
+    entry.append(rest, stop);
+    if (stop == text.end()) break;
+    if (*stop == '\n') {
+      entry += "\n\t";
+    } else if (*stop == '\t') {
+      entry += '\t';
+    } else {
+      auto control = static_cast<unsigned char>(*stop);
+      const char octal[] = {'\\', static_cast<char>('0' + (control >> 6)),
+                            static_cast<char>('0' + (control >> 3 & 7)),
+                            static_cast<char>('0' + (control & 7))};
+      entry.append(octal, sizeof octal);
+    }
+    rest = stop + 1;
   }
   entry += '\n';
 }

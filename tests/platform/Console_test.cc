@@ -47,6 +47,11 @@ TEST(Console, LinesOfATextCannotPoseAsEntries) {
   EXPECT_THAT(written(""), testing::EndsWith("] \n"));
 }
 
+TEST(Console, ControlCharactersCannotSteerATerminal) {
+  EXPECT_THAT(written(std::string_view("\x1b[2Ja\rb\tc\x7f\0d \u00e9", 15)),
+              testing::EndsWith("] \\033[2Ja\\015b\tc\\177\\000d \u00e9\n"));
+}
+
 TEST(Console, LongEntryArrivesWhole) {
   std::string text(10'000'000, 'x');
   Pipe pipe;
