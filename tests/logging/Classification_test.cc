@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+#include <string>
+
 #include "logging/Logger.h"
 
 namespace hoist {
@@ -33,6 +37,16 @@ TEST(Classification, NameIsComparedExactly) {
 TEST(Classification, NumberOutsideTheTableReadsAsDebug) {
   for (Classification classification : {-2147483647 - 1, -1, 10, 2147483647}) {
     EXPECT_EQ(Logger::nameOfClassification(classification), "#debug#") << classification;
+  }
+}
+
+TEST(Classification, TableInTheManualIsThisOne) {
+  std::ifstream file(HOIST_SOURCE_DIR "/docs/logging.md");
+  std::string manual{std::istreambuf_iterator<char>(file), {}};
+  for (Classification classification = 1; classification < 10; ++classification) {
+    std::string row = "| " + std::to_string(classification) + " | `" +
+                      std::string(Logger::nameOfClassification(classification)) + "` |";
+    EXPECT_NE(manual.find(row), std::string::npos) << row;
   }
 }
 
