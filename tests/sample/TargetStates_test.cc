@@ -92,6 +92,15 @@ TEST_F(SamplerTarget, StaysStoppedIfTheSamplerIsKilled) {
       eventually([&] { return statusField(target.id(), "State").starts_with("T (stopped)"); }));
 }
 
+TEST_F(SamplerTarget, MayHaveAThreadThatTheKernelDoesNotLetStop) {
+  Target target("bare", "vfork", 1, 5);
+  EXPECT_EQ(runSampler(arguments(target.id(), "0.2")).status, 0);
+  ParsedReport report(folder_.contents("report"));
+  EXPECT_EQ(report.contradiction(), "");
+  EXPECT_EQ(report.countOf("out of reach: "), report.threadTotal() / 2);
+  EXPECT_EQ(report.countOf("main  (in "), report.threadTotal() / 2);
+}
+
 TEST_F(SamplerTarget, MayBeStoppedAndContinuedMeanwhile) {
   Target target("bare", "stir", 2, 5);
   Program sampler(samplerCommand(arguments(target.id(), "600")));

@@ -34,7 +34,7 @@ struct Capture {
     Stack,
     // The thread has not moved since its capture before.
     SameAsBefore,
-    // The kernel did not let the thread be stopped: it waits for a device, say.
+    // The thread did not stop: it waits inside the kernel, for a device say, or got no processor.
     OutOfReach,
   };
   std::shared_ptr<SampledThread> thread;

@@ -25,7 +25,7 @@ Function describe(const Frame& frame) {
 
 Functions::Functions()
     : outOfReach_(std::make_unique<Function>(
-          Function{"waiting in the kernel, which lets nobody look", {}, 0})) {}
+          Function{"out of reach: waiting in the kernel or for a processor", {}, 0})) {}
 
 const Function* Functions::of(const Frame& frame) {
   auto [found, isNew] = byAddress_.try_emplace({frame.image, frame.address});

@@ -23,6 +23,8 @@ struct ProcessStatus {
   bool isZombie() const { return state == 'Z' || state == 'X' || state == 'x'; }
   // PF_KTHREAD of the kernel's include/linux/sched.h.
   bool isKernelThread() const { return (flags & 0x00200000) != 0; }
+  // On a processor or waiting for one.
+  bool isRunnable() const { return state == 'R'; }
   // Neither on a processor nor waiting for one.
   bool isAsleep() const { return state == 'S' || state == 'I'; }
 };

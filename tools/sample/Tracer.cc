@@ -37,8 +37,11 @@ namespace {
 constexpr int kOptions = PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC;
 // Only of this thread's tracees, processes and threads alike.
 constexpr int kWaitFlags = __WALL | __WNOTHREAD | WNOHANG;
-// How long the threads that were asked last may take to answer when time is up.
+// How long the threads that were asked last may take to answer when time is up. One that only waits
+// for a processor will answer, however busy the machine is; one that waits inside the kernel may
+// never do so.
 constexpr auto kLastAnswers = std::chrono::milliseconds(20);
+constexpr auto kLastAnswersOfRunnable = std::chrono::seconds(5);
 // From a thread's stop until its event is seen, and from letting it go until it runs; measured.
 constexpr auto kWayBackAndForth = std::chrono::microseconds(10);
 // Each costs the target about 0.2 ms; measured.
@@ -300,13 +303,25 @@ void Tracer::sendRepeats(Thread& thread) {
   queue_.put(std::move(same));
 }
 
+bool Tracer::willAnswer(const Thread& thread) const {
+  if (thread.state != Thread::State::Asked) return false;
+  const auto status = process_.threadStatus(thread.shared->id);
+  return status && status->isRunnable();
+}
+
 // At the end: hears the last answers, and accounts for the threads that never gave one.
 void Tracer::settleUp() {
-  const auto until = Clock::now() + kLastAnswers;
+  const auto start = Clock::now();
   auto isAsked = [](const auto& entry) { return entry.second.state == Thread::State::Asked; };
-  while (!isOver() && Clock::now() < until &&
-         std::any_of(threads_.begin(), threads_.end(), isAsked)) {
-    waitUntil(std::min(until, Clock::now() + std::chrono::milliseconds(1)));
+  auto willAnswer = [this](const auto& entry) { return this->willAnswer(entry.second); };
+  auto isWorthWaiting = [&] {
+    const auto waited = Clock::now() - start;
+    if (waited < kLastAnswers) return std::any_of(threads_.begin(), threads_.end(), isAsked);
+    return waited < kLastAnswersOfRunnable &&
+           std::any_of(threads_.begin(), threads_.end(), willAnswer);
+  };
+  while (!isOver() && isWorthWaiting()) {
+    waitUntil(Clock::now() + std::chrono::milliseconds(1));
   }
   for (auto& [id, thread] : threads_) {
     sendRepeats(thread);

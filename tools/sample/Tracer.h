@@ -76,6 +76,7 @@ class Tracer {
   void capture(Thread& thread);
   void letGo(pid_t id, int signal);
   void sendRepeats(Thread& thread);
+  bool willAnswer(const Thread& thread) const;
   void settleUp();
   void waitUntil(Clock::time_point until);
   bool isOver() const { return ended_ || replaced_ || interrupted_ || threads_.empty(); }

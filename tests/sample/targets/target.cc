@@ -3,18 +3,20 @@
 //
 // A program to be sampled: target MODE THREADS DEPTH. Each thread calls kitchen::Cook::descend
 // DEPTH times and then does what MODE says at the bottom: "stir" computes, "wait" sleeps in
-// epoll_wait, "rest" sleeps on a lock, "signal" computes inside a signal handler, "churn" begins
-// and ends threads. It says "ready" on standard output when all threads are at the bottom, and then
-// obeys the lines of its standard input: "serve FILE" loads a library and has a new thread call its
-// serve(), "map FILE" maps the file as if it were a program, "exec FILE" becomes another program,
-// "quit" ends the first thread alone. The answer to each line, known or not, is "turns N": how much
-// the computing threads have done. It ends with standard input.
+// epoll_wait, "rest" sleeps on a lock, "signal" computes inside a signal handler, "vfork" waits in
+// the kernel for a child, "churn" begins and ends threads. It says "ready" on standard output when
+// all threads are at the bottom, and then obeys the lines of its standard input: "serve FILE" loads
+// a library and has a new thread call its serve(), "map FILE" maps the file as if it were a
+// program, "exec FILE" becomes another program, "quit" ends the first thread alone. The answer to
+// each line, known or not, is "turns N": how much the computing threads have done. It ends with
+// standard input.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -50,6 +52,13 @@ extern "C" [[gnu::noinline]] void stirInHandler(int) {
   stirForEver();
 }
 
+// The kernel does not let a thread be stopped while it waits for what it began with vfork.
+[[gnu::noinline]] void waitForChild() {
+  if (vfork() != 0) return;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  for (;;) pause();
+}
+
 [[gnu::noinline]] void churn() {
   for (;;) std::thread([] { stir(1); }).join();
 }
@@ -74,6 +83,7 @@ struct Cook {
       signal(SIGUSR1, stirInHandler);
       raise(SIGUSR1);
     }
+    if (mode == "vfork") waitForChild();
     if (mode == "churn") churn();
     stirForEver();
     return 0;
