@@ -30,7 +30,7 @@ test=(
   # File systems and what is special about their files.
   acl attr bindfs xfsprogs btrfs-progs e2fsprogs dosfstools exfatprogs util-linux mount
   # A machine that boots, for the units.
-  systemd-container debootstrap
+  systemd-container
 )
 
 # To run ./bench besides.

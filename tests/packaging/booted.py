@@ -6,6 +6,7 @@
 import json
 import os
 import pathlib
+import pwd
 import signal
 import socket
 import stat
@@ -15,6 +16,9 @@ import unittest
 
 SERVICE = "com.kelvo.hoist"
 SOCKET = pathlib.Path("/run/kelvo") / SERVICE
+UNITS = (f"{SERVICE}.socket", f"{SERVICE}.service")
+# A signed one, set-user-ID for the user "nobody" (scripts/boot-test.sh).
+HELPER = "/tests/helper/KelvoHelper.app"
 DROP_IN = pathlib.Path(f"/run/systemd/system/{SERVICE}.service.d/broken.conf")
 
 
@@ -122,6 +126,24 @@ class Units(unittest.TestCase):
         bounding = int(status["CapBnd"], 16)
         self.assertEqual([name for name in needed if not bounding >> numbers[name] & 1], [])
         self.assertEqual(show(f"{SERVICE}.service", "KillMode"), "process")
+
+    def test_a_helper_is_launched_with_the_rights_of_root_for_an_ordinary_user(self):
+        launch = run("hoistctl", "--json", "launch", HELPER, "--command=capture", user="nobody")
+        self.assertEqual(launch.returncode, 0, launch.stderr)
+        facts = json.loads(launch.stdout)
+        self.assertEqual((facts["realUser"], facts["effectiveUser"]), (0, pwd.getpwnam("nobody").pw_uid))
+
+    def test_the_service_manager_finds_nothing_wrong_with_them(self):
+        result = run("systemd-analyze", "verify", "--man=no", *UNITS)
+        self.assertEqual((result.returncode, result.stdout + result.stderr), (0, ""))
+
+    def test_every_protection_that_helpers_can_live_with_is_on(self):
+        result = run("systemd-analyze", "security", "--offline=yes", "--json=short", UNITS[1])
+        exposed = {row["json_field"]: row["set"] for row in json.loads(result.stdout)}
+        wanted = ("KeyringMode", "LockPersonality", "NotifyAccess", "RestrictRealtime", "SystemCallArchitectures",
+                  "CapabilityBoundingSet_CAP_SYS_MODULE", "CapabilityBoundingSet_CAP_SYS_RAWIO",
+                  "CapabilityBoundingSet_CAP_SYS_BOOT", "CapabilityBoundingSet_CAP_SYS_TIME")
+        self.assertEqual([name for name in wanted if not exposed.get(name)], [], exposed)
 
     def test_what_it_logs_is_in_the_journal_with_its_fields(self):
         self.answered()
