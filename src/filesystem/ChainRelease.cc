@@ -60,7 +60,8 @@ class PendingReleases {
 }  // namespace
 
 void releaseInBackground(Ref<PXFileInfo> object) noexcept {
-  static auto& pending = *new PendingReleases;
+  // The first object let go makes it; a process without memory for that has no way on.
+  static auto& pending = *new PendingReleases;  // NOLINT(bugprone-unhandled-exception-at-new)
   pending.add(std::move(object));
 }
 

@@ -72,7 +72,7 @@ std::string PXDirectory::displayPath() const {
   std::string below;
   auto folder = self<PXDirectory>();
   while (!folder->isMountPoint()) {
-    below = folder->PXFileInfo::displayName() + "/" + below;
+    below.insert(0, folder->PXFileInfo::displayName() + "/");
     folder = folder->folderAbove();
     if (!folder) return "?/" + below;
   }

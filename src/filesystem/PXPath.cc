@@ -92,7 +92,7 @@ Ref<PXPath> PXPath::initWithPathObject(const PXPath& other) {
   return copy;
 }
 
-Ref<PXPath> PXPath::initAssumingNamePath(std::string cName, std::string cPath) {
+Ref<PXPath> PXPath::initAssumingNamePath(const std::string& cName, const std::string& cPath) {
   return make<PXPath>(Private(), Bytes::of(upToNul(cPath), upToNul(cName)));
 }
 

@@ -47,7 +47,7 @@ class PXPath : public Object, public PXAbstractPath {
   static Ref<PXPath> initWithCPathRelativeToPath(std::string_view cPath, const Ref<PXPath>& base);
   static Ref<PXPath> initWithPathObject(const PXPath& other);
   // The name need not be the path's last component.
-  static Ref<PXPath> initAssumingNamePath(std::string cName, std::string cPath);
+  static Ref<PXPath> initAssumingNamePath(const std::string& cName, const std::string& cPath);
 
   static Ref<PXPath> pathWithPath(std::string_view path) { return initWithPath(path); }
   static Ref<PXPath> pathWithURL(std::string_view url) { return initWithURL(url); }

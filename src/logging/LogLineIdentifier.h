@@ -54,7 +54,7 @@ class LogLineIdentifier : public Object {
   // A new child; the first is numbered 1. Needs an identifier that is held by a Ref.
   virtual Ref<LogLineIdentifier> next();
   // The ancestor at that depth; the receiver itself when its depth is that or less.
-  Ref<LogLineIdentifier> parentIdentifierWithDepth(std::size_t depth);
+  Ref<LogLineIdentifier> parentIdentifierWithDepth(std::size_t wanted);
   // Whether this is a proper ancestor of the other. Nothing contains itself.
   bool containsIdentifier(const LogLineIdentifier& other) const;
   // A pin of this identifier.

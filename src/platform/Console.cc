@@ -102,6 +102,7 @@ bool Console::writeToJournal(int priority, std::string_view text,
   assignments.push_back(assignment("PRIORITY", std::to_string(priority)));
   for (const auto& field : fields) assignments.push_back(assignment(field.name, field.value));
   std::vector<iovec> pieces;
+  pieces.reserve(assignments.size());
   for (const auto& text : assignments) pieces.push_back(bytesOf(text));
   return sd_journal_sendv(pieces.data(), static_cast<int>(pieces.size())) == 0;
 }

@@ -130,11 +130,10 @@ std::string standardizePath(std::string_view path) {
     auto component = rest.substr(0, end);
     rest.remove_prefix(std::min(end + 1, rest.size()));
     if (component.empty() || component == ".") continue;
-    if (component != "..") {
-      components.push_back(component);
-    } else if (!components.empty() && components.back() != "..") {
+    bool up = component == "..";
+    if (up && !components.empty() && components.back() != "..") {
       components.pop_back();
-    } else if (!absolute) {
+    } else if (!up || !absolute) {
       components.push_back(component);
     }
   }

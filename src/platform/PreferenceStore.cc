@@ -64,7 +64,7 @@ std::optional<std::string> homeOfUser(uid_t user) {
 
 bool isFileName(std::string_view domain) {
   return !domain.empty() && domain.size() <= kLongestDomain && domain != "." && domain != ".." &&
-         domain.find('/') == domain.npos && domain.find('\0') == domain.npos;
+         domain.find('/') == std::string_view::npos && domain.find('\0') == std::string_view::npos;
 }
 
 [[noreturn]] void refuse(const std::string& why) {
@@ -126,7 +126,7 @@ void write(PreferenceFile& file, const Changes& changes) {
   if (entries != file.entries()) file.replace(entries);
 }
 
-void report(std::optional<std::string> message) {
+void report(const std::optional<std::string>& message) {
   if (message) reportTrouble(Severity::Caution, *message);
 }
 
@@ -182,8 +182,8 @@ std::optional<Value> PreferenceStore::copyAppValue(std::string_view key, std::st
   auto userReport = domain.user.takeReport();
   auto machineReport = domain.machine.takeReport();
   lock.unlock();
-  report(std::move(userReport));
-  report(std::move(machineReport));
+  report(userReport);
+  report(machineReport);
   return value;
 }
 
@@ -232,8 +232,8 @@ bool PreferenceStore::appSynchronize(std::string_view name) {
     }
   }
   lock.unlock();
-  report(std::move(fileReport));
-  if (tell) report(std::move(failure));
+  report(fileReport);
+  if (tell) report(failure);
   return !failure;
 }
 

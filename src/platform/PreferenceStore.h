@@ -41,14 +41,14 @@ class PreferenceStore {
   explicit PreferenceStore(Folders folders);
   ~PreferenceStore();
 
-  std::optional<Value> copyAppValue(std::string_view key, std::string_view domain);
+  std::optional<Value> copyAppValue(std::string_view key, std::string_view name);
   // No value removes the key from the user's list; the machine-wide one shows again. Raises
   // hoist::Exception kInvalidArgumentException for a value that is no property list, and for a
   // domain that cannot be the name of a file.
-  void setAppValue(std::string_view key, std::optional<Value> value, std::string_view domain);
+  void setAppValue(std::string_view key, std::optional<Value> value, std::string_view name);
   // Writes what was set, merged into what is there by now. Answers false, after reporting why once,
   // when it could not; the changes are kept for the next time.
-  bool appSynchronize(std::string_view domain);
+  bool appSynchronize(std::string_view name);
 
  private:
   PreferenceStore();

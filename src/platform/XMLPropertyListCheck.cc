@@ -33,7 +33,7 @@ class Checker {
 
   void check() {
     if (text_.size() > kMaximumPropertyListSize) refuse("too long");
-    if (text_.find('\0') != text_.npos) refuse("a NUL byte");
+    if (text_.find('\0') != std::string_view::npos) refuse("a NUL byte");
     while (skipTo('<')) {
       if (take("<!--")) {
         skipPast("-->");
@@ -61,13 +61,13 @@ class Checker {
   bool skipTo(char c) {
     auto at = text_.find(c);
     text_.remove_prefix(std::min(at, text_.size()));
-    return at != text_.npos;
+    return at != std::string_view::npos;
   }
 
   // Answers what was before the end mark.
   std::string_view skipPast(std::string_view end) {
     auto at = text_.find(end);
-    if (at == text_.npos) refuse("cut off");
+    if (at == std::string_view::npos) refuse("cut off");
     auto skipped = text_.substr(0, at);
     text_.remove_prefix(at + end.size());
     return skipped;

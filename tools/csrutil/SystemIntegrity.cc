@@ -34,7 +34,8 @@ std::string contents(const std::string& path) {
 
 bool isLockedDown(const std::string& sysfs) {
   const std::string modes = contents(sysfs + "/kernel/security/lockdown");
-  return modes.find("[integrity]") != modes.npos || modes.find("[confidentiality]") != modes.npos;
+  return modes.find("[integrity]") != std::string_view::npos ||
+         modes.find("[confidentiality]") != std::string_view::npos;
 }
 
 struct FirmwareVariable {

@@ -28,7 +28,8 @@ std::optional<ProcessStatus> parseProcessStatus(std::string_view line) {
   // The last closing parenthesis ends the name: a program may call itself "a) R 1 (".
   std::size_t open = line.find('(');
   std::size_t close = line.rfind(')');
-  if (open == line.npos || close == line.npos || close < open) return std::nullopt;
+  if (open == std::string_view::npos || close == std::string_view::npos || close < open)
+    return std::nullopt;
   ProcessStatus status;
   status.name = line.substr(open + 1, close - open - 1);
   std::string_view rest = line.substr(close + 1);

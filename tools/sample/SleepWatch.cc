@@ -54,7 +54,8 @@ std::optional<std::uint64_t> SleepWatch::turns() const {
   std::string_view text = readInto(schedule_, buffer);
   std::uint64_t turns = 0;
   std::size_t at = text.rfind(' ');
-  if (at != text.npos) std::from_chars(text.data() + at + 1, text.data() + text.size(), turns);
+  if (at != std::string::npos)
+    std::from_chars(text.data() + at + 1, text.data() + text.size(), turns);
   return turns == 0 ? std::nullopt : std::optional(turns);
 }
 

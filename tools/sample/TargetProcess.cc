@@ -125,7 +125,7 @@ void TargetProcess::refuse32Bit() const {
 Date TargetProcess::started() const {
   std::string statistics = readAt(AT_FDCWD, "/proc/stat");
   std::size_t at = statistics.find("\nbtime ");
-  if (at == statistics.npos) return {};
+  if (at == std::string::npos) return {};
   std::int64_t boot = 0;
   std::from_chars(statistics.data() + at + 7, statistics.data() + statistics.size(), boot);
   auto perSecond = static_cast<std::uint64_t>(::sysconf(_SC_CLK_TCK));

@@ -183,7 +183,7 @@ void Tracer::waitUntil(Clock::time_point until) {
     eventsFrom_ = Clock::now();
     handleEvents();
     const auto left = until - Clock::now();
-    if (left <= left.zero()) return;
+    if (left.count() <= 0) return;
     pollfd descriptors[] = {{signals_.get(), POLLIN, 0}, {process_.endDescriptor(), POLLIN, 0}};
     const timespec wait{left / std::chrono::seconds(1), (left % std::chrono::seconds(1)).count()};
     ::ppoll(descriptors, 2, &wait, nullptr);

@@ -97,7 +97,7 @@ FileDescriptor Copy::enter(int parent, const FolderEntry& entry) {
   FileDescriptor made(
       ::openat(targetFolder(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!made) throwSystemCallError("openat", targetPath(entry));
-  names_.push_back(name);
+  names_.emplace_back(name);
   folders_.enter(std::move(made));
   return source;
 }

@@ -10,7 +10,7 @@
 namespace hoist::xpc {
 namespace {
 
-Ref<Connection> makeConnection(Ref<Channel> channel) {
+Ref<Connection> makeConnection(const Ref<Channel>& channel) {
   auto connection = make<Connection>(channel);
   channel->setOwner(connection);
   return connection;

@@ -16,7 +16,7 @@ namespace hoist::xpc {
 // The folder of the service sockets: the product's runtime directory, unless a test has set
 // another. Any thread.
 std::string runtimeDirectory();
-void setRuntimeDirectory(std::string directory);
+void setRuntimeDirectory(std::string path);
 
 // The path of the service's socket. Throws std::invalid_argument for a name that cannot be a file's
 // name, or whose path is longer than a socket's address may be.
