@@ -100,12 +100,14 @@ void shakeHandsWith(const HelperLaunch& launch, const std::string& serviceName, 
   exception.raise();
 }
 
+bool runsInBackground() {
+  return PXUserPreferences::sharedPreferences()->boolForKey(
+      kBackgroundPreference, std::string(product::kHelperDomain), true);
+}
+
 void lowerPriority(const ChildTask& task) {
-  auto preferences = PXUserPreferences::sharedPreferences();
-  if (!preferences->boolForKey(kBackgroundPreference, std::string(product::kHelperDomain), true))
-    return;
   pid_t process = task.processIdentifier();
-  if (int failure = platform::moveToBackground(process)) {
+  if (int failure = platform::setBackgroundPriority(process)) {
     Logger::log(classification::Debug, [&] {
       return fmt::format("unable to set helper process {} priority to {}, errno={}", process,
                          platform::kBackgroundBandPriority, failure);
@@ -172,8 +174,11 @@ LaunchedHelper LaunchHelperTool(const HelperLaunch& launch) {
     if (couplingService) glue.prepareToConnectWithHelper(helper.serviceName);
     shakeHandsWith(launch, helper.serviceName, pipes.input.writing.get(),
                    pipes.output.reading.get());
-    lowerPriority(*helper.task);
+    const bool inBackground = runsInBackground();
+    if (inBackground) lowerPriority(*helper.task);
     if (couplingService) helper.endpoint = glue.endpointForLaunchedHelper(helper.serviceName);
+    // Only now: until it has called back, the client and the next launch wait for the helper.
+    if (inBackground) platform::enterIdleClasses(helper.task->processIdentifier());
     return helper;
   } catch (const SystemCallError& error) {
     if (couplingService) glue.abandonConnectionWithHelper(startedService);

@@ -31,18 +31,23 @@ std::vector<pid_t> threadsOf(pid_t process) {
 
 }  // namespace
 
-int moveToBackground(pid_t process) {
+int setBackgroundPriority(pid_t process) {
   int failure = 0;
   for (pid_t thread : threadsOf(process)) {
     if (::setpriority(PRIO_PROCESS, static_cast<id_t>(thread), kBackgroundBandPriority) < 0 &&
         failure == 0) {
       failure = errno;
     }
+  }
+  return failure;
+}
+
+void enterIdleClasses(pid_t process) {
+  for (pid_t thread : threadsOf(process)) {
     ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0));
     sched_param none = {};
     ::sched_setscheduler(thread, SCHED_IDLE, &none);
   }
-  return failure;
 }
 
 }  // namespace hoist::platform

@@ -10,9 +10,13 @@ namespace hoist::platform {
 // clamps it to nice 19.
 inline constexpr int kBackgroundBandPriority = 0x1000;
 
-// Moves every thread that the process now has to the background: that priority, the idle I/O class
-// and SCHED_IDLE, the nearest to the background band. Answers 0, or errno of the first setpriority
-// call that failed; what is added to that call fails quietly.
-int moveToBackground(pid_t process);
+// Gives that priority to every thread that the process now has. Answers 0, or errno of the first
+// setpriority call that failed.
+int setBackgroundPriority(pid_t process);
+
+// Adds, for every thread that the process now has, the idle I/O class and SCHED_IDLE: with the
+// priority they are the nearest to the background band. On a busy machine such a process may get no
+// processor for a second, so this is for one that nobody waits for. Fails quietly.
+void enterIdleClasses(pid_t process);
 
 }  // namespace hoist::platform

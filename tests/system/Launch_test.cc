@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -80,7 +81,7 @@ TEST_F(Launch, HandsTheEndpointOfAPrivilegedHelperToAnOrdinaryUser) {
   EXPECT_EQ(result.json["humanReadableName"], "Capture");
 }
 
-TEST_F(Launch, MovesTheHelperToTheBackgroundWhenThePreferenceSaysSo) {
+TEST_F(Launch, LowersTheHelpersPriorityWhenThePreferenceSaysSo) {
   Sandbox::setRunsInBackground(true);
   auto odd = oddHelper();
   auto client = ChildTask::launch({.launchPath = HOIST_BUILD_DIR "/bin/hoistctl",
@@ -88,9 +89,27 @@ TEST_F(Launch, MovesTheHelperToTheBackgroundWhenThePreferenceSaysSo) {
   pid_t helper = 0;
   while ((helper = hoist_.onlyChild()) == 0 || ::getpriority(PRIO_PROCESS, helper) != 19)
     std::this_thread::yield();
-  while (::sched_getscheduler(helper) != SCHED_IDLE) std::this_thread::yield();
+  // The client waits for this helper: it still gets the processor.
+  EXPECT_EQ(::sched_getscheduler(helper), SCHED_OTHER);
   client->kill();
   client->waitUntilExit();
+  Sandbox::setRunsInBackground(false);
+}
+
+TEST_F(Launch, MovesTheHelperToTheBackgroundOnceItsEndpointIsKnown) {
+  Sandbox::setRunsInBackground(true);
+  // This client never connects to the helper, which waits for it meanwhile.
+  auto client = runProgram(
+      "/usr/bin/gdbus", {"call", "--address", "unix:path=/run/kelvo/com.kelvo.hoist", "--dest",
+                         "com.kelvo.hoist", "--object-path", "/", "--method",
+                         "com.kelvo.TesselHoisting.launchPrivilegedHelper_commandName_flags_reply_",
+                         good_, "capture", "[]"});
+  EXPECT_THAT(client.output, HasSubstr("helper.capture."));
+  pid_t helper = hoist_.onlyChild();
+  ASSERT_NE(helper, 0);
+  EXPECT_EQ(::getpriority(PRIO_PROCESS, helper), 19);
+  EXPECT_EQ(::sched_getscheduler(helper), SCHED_IDLE);
+  ::kill(helper, SIGKILL);
   Sandbox::setRunsInBackground(false);
 }
 
