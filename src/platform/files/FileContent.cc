@@ -8,13 +8,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <limits>
 #include <memory>
 
 #include "platform/SystemCall.h"
 
 // A clone where the file system can, else the data between the holes, copied by the kernel where it
-// can, else by hand. The kernel's copy would fill the holes, so it is told of the data only.
+// can, else by hand. The kernel's copy would fill the holes, so it is told of the data only. Where
+// the file system does not tell its holes (most of FUSE), blocks of zeros become holes.
 
 namespace hoist::files {
 namespace {
@@ -24,6 +26,8 @@ constexpr std::size_t kBuffer = 128 * 1024;
 constexpr off_t kSmallFile = 64 * 1024;
 constexpr off_t kEndOfFile = std::numeric_limits<off_t>::max();
 constexpr int kStatBlock = 512;
+// No file system of this machine has smaller holes.
+constexpr ssize_t kSmallestHole = 4096;
 
 // Errors by which the kernel says that it cannot do it in this way at all.
 bool saysCannot(int error) {
@@ -33,6 +37,20 @@ bool saysCannot(int error) {
 
 bool hasHoles(const struct stat& status) {
   return status.st_blocks * kStatBlock < status.st_size;
+}
+
+bool isZero(const char* bytes, ssize_t length) {
+  return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, static_cast<std::size_t>(length) - 1) == 0;
+}
+
+// Where the next block of zeros begins, or, from one, the next of anything else.
+ssize_t endOfRun(const char* bytes, ssize_t from, ssize_t length, bool zero) {
+  while (from < length) {
+    auto block = std::min(kSmallestHole, length - from);
+    if (isZero(bytes + from, block) != zero) break;
+    from += block;
+  }
+  return from;
 }
 
 // Its own for each thread: copying has no state between files.
@@ -57,18 +75,26 @@ void ContentCopier::copy(int source, const struct stat& status, const LazyPath& 
     }
     return;
   }
-  for (off_t end = 0; end < status.st_size;) {
-    off_t data = ::lseek(source, end, SEEK_DATA);
-    if (data < 0 && errno == ENXIO) break;
-    if (data < 0) {
-      copyByHand(files, 0, kEndOfFile);
-      return;
-    }
-    end = systemCallOn(sourcePath, "lseek", [&] { return ::lseek(source, data, SEEK_HOLE); });
-    copyRange(files, data, end);
-  }
+  copyDataOnly(files, status.st_size);
   // A hole at the end.
   systemCallOn(targetPath, "ftruncate", [&] { return ::ftruncate(target, status.st_size); });
+}
+
+void ContentCopier::copyDataOnly(const Files& files, off_t size) {
+  for (off_t end = 0; end < size;) {
+    off_t data = ::lseek(files.source, end, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) return;
+    if (data >= 0) {
+      end = systemCallOn(files.sourcePath, "lseek",
+                         [&] { return ::lseek(files.source, data, SEEK_HOLE); });
+    }
+    if (data < 0 || (data == 0 && end >= size)) {
+      // There are holes, and it does not know where.
+      copyByHand(files, 0, kEndOfFile, Zeros::Skipped);
+      return;
+    }
+    copyRange(files, data, end);
+  }
 }
 
 bool ContentCopier::clone(const Files& files) {
@@ -106,20 +132,33 @@ bool ContentCopier::copyInKernel(const Files& files, off_t& from, off_t to) {
   return true;
 }
 
-void ContentCopier::copyByHand(const Files& files, off_t from, off_t to) {
+void ContentCopier::copyByHand(const Files& files, off_t from, off_t to, Zeros zeros) {
   auto buffer = sharedBuffer();
   while (from < to) {
     auto wanted = static_cast<std::size_t>(std::min<off_t>(kBuffer, to - from));
     auto length = systemCallOn(files.sourcePath, "pread",
                                [&] { return ::pread(files.source, buffer, wanted, from); });
     if (length == 0) return;
-    for (ssize_t written = 0; written < length;) {
-      written += systemCallOn(files.targetPath, "pwrite", [&] {
-        return ::pwrite(files.target, buffer + written, static_cast<std::size_t>(length - written),
-                        from + written);
-      });
+    for (ssize_t done = 0; done < length;) {
+      ssize_t end = length;
+      if (zeros == Zeros::Skipped) {
+        done = endOfRun(buffer, done, length, true);
+        end = endOfRun(buffer, done, length, false);
+      }
+      write(files, {buffer + done, static_cast<std::size_t>(end - done)}, from + done);
+      done = end;
     }
     from += length;
+  }
+}
+
+void ContentCopier::write(const Files& files, std::string_view bytes, off_t place) {
+  while (!bytes.empty()) {
+    auto written = systemCallOn(files.targetPath, "pwrite", [&] {
+      return ::pwrite(files.target, bytes.data(), bytes.size(), place);
+    });
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+    place += written;
   }
 }
 

@@ -4,6 +4,8 @@
 
 #include <sys/stat.h>
 
+#include <string_view>
+
 #include "platform/files/LazyPath.h"
 
 namespace hoist::files {
@@ -25,11 +27,14 @@ class ContentCopier {
     int target;
     const LazyPath& targetPath;
   };
+  enum class Zeros { Written, Skipped };
   bool clone(const Files& files);
+  void copyDataOnly(const Files& files, off_t size);
   void copyRange(const Files& files, off_t from, off_t to);
   bool copyInKernel(const Files& files, off_t& from, off_t to);
-  // From the position to the end of the file.
-  void copyByHand(const Files& files, off_t from, off_t to);
+  // Up to the position or the end of the file. Skipped blocks of zeros become holes.
+  void copyByHand(const Files& files, off_t from, off_t to, Zeros zeros = Zeros::Written);
+  static void write(const Files& files, std::string_view bytes, off_t place);
 
   bool mayClone_ = true;
   bool mayCopyInKernel_ = true;
