@@ -176,6 +176,22 @@ class PXFileInfo : public Object, public PXAbstractFile {
   bool isExcludedFromBackup() const;
   std::optional<std::uint64_t> volumeIdentifier() const;
 
+  // ---- Changing the file system: as the operations of PXPath, which say what is raised ----
+  // The item has its new location afterwards.
+  void moveToDirectory(const std::optional<std::string>& directory,
+                       const std::optional<std::string>& name, bool overwriting);
+  void moveTo(const std::string& target, bool overwriting);
+  // Answer what is at the target then.
+  Ref<PXFileInfo> copyToDirectory(const std::optional<std::string>& directory,
+                                  const std::optional<std::string>& name, bool overwriting,
+                                  bool clone = true) const;
+  Ref<PXFileInfo> copyTo(const std::string& target, bool overwriting, bool clone = true) const;
+  bool tryToDeleteFile();
+  // Answers the missing item at the location.
+  Ref<PXFileInfo> deleteFile();
+  // Answers what is at the other's location then.
+  Ref<PXFileInfo> swapWith(const PXFileInfo& other);
+
   // ---- Siblings: the rest of the list in which the folder holds its children ----
   const Ref<PXFileInfo>& nextObj() const { return next_; }
   Ref<PXFileInfo> nextContentFile() const;

@@ -106,6 +106,32 @@ class PXPath : public Object, public PXAbstractPath {
   // The same: Linux has no other redirections of folders.
   Ref<PXPath> hardenedReal() const { return real(); }
 
+  // ---- Changing the file system. Failures raise "IO" with the path and, as text, the target. ----
+  // Targets are bytes; one that does not begin with "/" is relative to the folder of this location.
+  // What is answered is the target's location, standardised; the receiver keeps its own. Absent
+  // directory and name: those of the receiver.
+
+  // Overwriting replaces the target at once, on one volume only: "cannot rename filesystem object",
+  // detail "to". Otherwise the target must not exist, and may be on another volume: "cannot move
+  // item", detail "target".
+  Ref<PXPath> moveToDirectory(const std::optional<std::string>& directory,
+                              const std::optional<std::string>& name, bool overwriting) const;
+  Ref<PXPath> moveTo(const std::string& target, bool overwriting) const;
+  // A folder with everything in it. Overwriting removes what is there first: "cannot overwrite
+  // item"; then "cannot copy item"; detail "target". The copy is a clone where the volume can,
+  // whether it is asked for or not.
+  Ref<PXPath> copyToDirectory(const std::optional<std::string>& directory,
+                              const std::optional<std::string>& name, bool overwriting,
+                              bool clone = true) const;
+  Ref<PXPath> copyTo(const std::string& target, bool overwriting, bool clone = true) const;
+  // A folder with everything in it; the second raises "cannot delete item".
+  bool tryToDeleteFile() const;
+  void deleteFile() const;
+  // Two items change places. Raises "cannot exchange files", API "rename", detail "with".
+  void swapWith(const PXPath& other) const;
+  // Sets access and modification time to now; failure is ignored.
+  void touch() const;
+
   // By the bytes of the paths; anything that is no path comes after every path.
   std::strong_ordering compare(const Object& other) const;
 
@@ -140,6 +166,10 @@ class PXPath : public Object, public PXAbstractPath {
   struct Derived;
 
   static std::string decodePath(Decoder& decoder);
+
+  std::string targetInDirectory(const std::optional<std::string>& directory,
+                                const std::optional<std::string>& name) const;
+  std::string standardizedTarget(const std::string& target) const;
 
   Derived& derived() const REQUIRES(pathLock_);
   // Copies what the other has already made.
