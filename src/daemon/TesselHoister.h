@@ -60,6 +60,7 @@ class TesselHoister final : public Object, public TesselHoisting {
   const uid_t userID_;
   const HoistTools tools_;
   HelperVerifier verifier_;
+  Mutex supportFolderMutex_;
 };
 
 // The class operation: keeps one object for each user. Objects are never removed. Safe from any
