@@ -7,23 +7,16 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "hoistctl/HoistClient.h"
+#include "hoistctl/Output.h"
 #include "platform/Bundle.h"
 
 namespace hoist::ctl {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 double microseconds(std::chrono::nanoseconds time) {
   return static_cast<double>(time.count()) / 1000;
-}
-
-void print(const Json& json) {
-  // Bytes that are no UTF-8 are shown as U+FFFD: the output stays JSON.
-  fmt::print("{}\n", json.dump(2, ' ', false, Json::error_handler_t::replace));
 }
 
 // The helper's executable: the path itself, or the main executable of the bundle that it names.
@@ -76,9 +69,9 @@ void addStatusCommand(CLI::App& app, const Common& common) {
     std::uint32_t build = client.buildNumber();
     double barrier = microseconds(client.barrier());
     if (common.json) {
-      print({{"componentVersion", version},
-             {"buildNumber", build},
-             {"barrierMicroseconds", barrier}});
+      printJson({{"componentVersion", version},
+                 {"buildNumber", build},
+                 {"barrierMicroseconds", barrier}});
     } else {
       fmt::print("component version  {}\nbuild number       {}\nbarrier            {:.1f} µs\n",
                  version, build, barrier);
@@ -100,10 +93,10 @@ void addBarrierCommand(CLI::App& app, const Common& common) {
     double median = microseconds(times[times.size() / 2]);
     double p99 = microseconds(times[times.size() * 99 / 100]);
     if (common.json) {
-      print({{"count", *count},
-             {"minimumMicroseconds", fastest},
-             {"medianMicroseconds", median},
-             {"p99Microseconds", p99}});
+      printJson({{"count", *count},
+                 {"minimumMicroseconds", fastest},
+                 {"medianMicroseconds", median},
+                 {"p99Microseconds", p99}});
     } else {
       fmt::print("{} round trips: minimum {:.1f} µs, median {:.1f} µs, 99th percentile {:.1f} µs\n",
                  *count, fastest, median, p99);
@@ -132,7 +125,7 @@ void addLaunchCommand(CLI::App& app, const Common& common) {
     HoistClient client(common.serviceName);
     auto facts = client.launch(executableOf(options->helper), options->command, options->flags);
     if (common.json) {
-      print(launchAsJson(facts));
+      printJson(launchAsJson(facts));
     } else {
       printLaunch(facts);
     }

@@ -99,6 +99,13 @@ std::chrono::nanoseconds HoistClient::barrier() {
   return timedBarrier(connection_);
 }
 
+void HoistClient::createSupportFolder() {
+  connection_->remoteObjectProxy()
+      ->send<&TesselHoisting::createBootApplicationSupportPathForUser>();
+  // The messages of a connection are handled in order.
+  timedBarrier(connection_);
+}
+
 LaunchedHelperFacts HoistClient::launch(const std::string& helperPath, const std::string& command,
                                         const std::vector<std::string>& flags) {
   struct Answer {

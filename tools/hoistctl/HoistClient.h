@@ -28,6 +28,16 @@ class CommandError : public std::runtime_error {
   Failure kind_;
 };
 
+// What went wrong has been printed already.
+class Reported : public std::exception {
+ public:
+  explicit Reported(Failure kind) : kind_(kind) {}
+  Failure kind() const { return kind_; }
+
+ private:
+  Failure kind_;
+};
+
 struct LaunchedHelperFacts {
   std::string serviceName;
   // Nothing when the helper did not publish an endpoint in time; then nothing below is known
@@ -52,6 +62,10 @@ class HoistClient {
   std::uint32_t buildNumber();
   // How long the round trip took.
   std::chrono::nanoseconds barrier();
+
+  // Has the calling user's folder in the local support folder made. Whether that worked is not
+  // answered.
+  void createSupportFolder();
 
   // Starts the helper and talks to it through its endpoint. Throws CommandError (Refused) when the
   // hoist does not.

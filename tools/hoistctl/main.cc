@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
-// hoistctl: what a person, or a script, asks the hoist for. Ends with 0, 1 when the hoist refused,
-// 2 for a command line that makes no sense, 3 when the hoist cannot be reached.
+// hoistctl: what a person, or a script, asks the hoist for, or wants to know about volumes and
+// files. Ends with 0, 1 when the hoist or the file system refused, 2 for a command line that makes
+// no sense, 3 when the hoist cannot be reached.
 
 #include <fmt/format.h>
 
@@ -11,6 +12,7 @@
 
 #include "hoistctl/Commands.h"
 #include "hoistctl/HoistClient.h"
+#include "platform/Exception.h"
 #include "values/product.h"
 
 namespace {
@@ -30,7 +32,9 @@ int fail(const hoist::ctl::Common& common, int status, const std::string& messag
 int main(int argc, char** argv) {
   using namespace hoist;
   ctl::Common common{.serviceName = std::string(product::kHoistServiceName)};
-  CLI::App app("Talks to the hoist, the privileged daemon.", "hoistctl");
+  CLI::App app(
+      "Talks to the hoist, the privileged daemon, and shows volumes and files as it sees them.",
+      "hoistctl");
   app.require_subcommand(1);
   app.fallthrough();
   app.add_flag("--json", common.json, "Print JSON, and nothing else, on the standard output");
@@ -38,6 +42,10 @@ int main(int argc, char** argv) {
   ctl::addStatusCommand(app, common);
   ctl::addBarrierCommand(app, common);
   ctl::addLaunchCommand(app, common);
+  ctl::addSupportFolderCommand(app, common);
+  ctl::addVolumesCommand(app, common);
+  ctl::addInfoCommand(app, common);
+  ctl::addListCommand(app, common);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -45,6 +53,10 @@ int main(int argc, char** argv) {
     return fail(common, static_cast<int>(ctl::Failure::Usage), error.what());
   } catch (const ctl::CommandError& error) {
     return fail(common, static_cast<int>(error.kind()), error.what());
+  } catch (const ctl::Reported& error) {
+    return static_cast<int>(error.kind());
+  } catch (const Exception& error) {
+    return fail(common, static_cast<int>(ctl::Failure::Refused), error.what());
   } catch (const std::exception& error) {
     return fail(common, static_cast<int>(ctl::Failure::Unreachable), error.what());
   }
