@@ -224,6 +224,13 @@ Queue& currentQueue() {
   return RunLoop::main().isMainThread() ? mainQueue() : globalQueue();
 }
 
+Ref<Queue> holdCurrentQueue() {
+  auto& queue = currentQueue();
+  if (auto* serial = dynamic_cast<SerialQueue*>(&queue)) return serial->shared_from_this();
+  // The others are permanent.
+  return Ref<Queue>(Ref<void>(), &queue);
+}
+
 CurrentQueueScope::CurrentQueueScope(Queue& queue) : previous_(current) {
   current = &queue;
 }

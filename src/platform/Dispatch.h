@@ -41,6 +41,8 @@ Ref<Queue> makeSerialQueue();
 // The queue whose block is running on this thread: the main queue on the main thread, the default
 // global queue on a thread that belongs to no queue.
 Queue& currentQueue();
+// The same, for later: a serial queue lives as long as the handle.
+Ref<Queue> holdCurrentQueue();
 
 // Makes the given queue the current one on this thread while the object lives; for threads that are
 // queues themselves.

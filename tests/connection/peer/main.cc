@@ -1,0 +1,29 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+// The test peer as a process of its own: connection_test_peer RUNTIME-DIRECTORY SERVICE-NAME. Says
+// "ready" when it listens, and ends when its standard input does.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+
+#include "connection/TestPeer.h"
+#include "platform/xpc/ServiceSocket.h"
+
+int main(int count, char** arguments) {
+  if (count != 3) return 2;
+  try {
+    hoist::xpc::setRuntimeDirectory(arguments[1]);
+    hoist::TestPeer peer(hoist::xpc::Listener::initWithMachServiceName(arguments[2]));
+    std::puts("ready");
+    std::fflush(stdout);
+    char byte;
+    while (::read(STDIN_FILENO, &byte, 1) > 0) {
+    }
+    return 0;
+  } catch (const std::exception& exception) {
+    std::puts(exception.what());
+    return 1;
+  }
+}
