@@ -365,11 +365,43 @@ TEST_F(Client, TellsNobodyOnceTheHandlerIsCleared) {
   EXPECT_TRUE(eventually([&] { return !connection_->connected(); }));
 }
 
+TEST_F(Client, WaitsForASilentPeerUntilTheSystemEndsTheConnection) {
+  peer_.answerer->holdsBarriers = true;
+  std::thread caller([&] { connection_->connect(); });
+  EXPECT_TRUE(eventually([&] { return peer_.answerer->barriers == 1; }));
+  peer_.endConnections();
+  caller.join();
+  EXPECT_FALSE(connection_->connected());
+  EXPECT_EQ(verifyFailuresLogged(), 1u);
+}
+
+TEST_F(Client, DoesNothingInHandlersThatOutliveIt) {
+  bool told = false, posted = false;
+  connection_->setInvalidationHandler([&] { told = true; });
+  auto observer = NotificationCenter::defaultCenter().addObserver(
+      KLConnection::kDidConnectNotification, nullptr, [&](const Notification&) { posted = true; });
+  auto proxy = connection_->serviceProxy();
+  connection_.reset();
+  // Its connection has ended with it, so that this one fails.
+  proxy->send<&Answering::refuseWithReply>([](bool) { ADD_FAILURE() << "answered"; });
+  peer_.endConnections();
+  WeakRef<xpc::Connection> ended = proxy->connection();
+  proxy.reset();
+  ASSERT_TRUE(eventually([&] { return ended.expired(); }));
+  bool passed = false;
+  dispatch::mainQueue().async([&] { passed = true; });
+  ASSERT_TRUE(eventually([&] { return passed; }));
+  EXPECT_FALSE(told);
+  EXPECT_FALSE(posted);
+  EXPECT_EQ(messageFailuresLogged(), 0u);
+}
+
 TEST_F(Client, IsNotKeptAliveByItsHandlers) {
   EXPECT_TRUE(connection_->ping());
   WeakRef<KLConnection> weak = connection_;
   connection_.reset();
-  EXPECT_TRUE(weak.expired());
+  // A completion that is just running holds it until it has run.
+  EXPECT_TRUE(eventually([&] { return weak.expired(); }));
 }
 
 // ----- The subclasses ----------------------------------------------------------------------------
@@ -394,23 +426,77 @@ TEST_F(Client, NamesTheServiceThatNobodyOffers) {
               ElementsAre("message from com.kelvo.nobody to com.kelvo.nobody failed"));
 }
 
-// ----- A peer that is another process ------------------------------------------------------------
+// ----- Peers that are other processes ------------------------------------------------------------
 
-// Lets a test see where its round trip is.
+// Its candidates are connections to services; lets a test see where its round trip is.
 class ServiceClient final : public KLConnection {
  public:
-  explicit ServiceClient(std::string name)
+  explicit ServiceClient(std::vector<std::string> names)
       : KLConnection(0, xpc::Interface::interfaceWithProtocol(answeringProtocol())),
-        name_(std::move(name)) {}
+        names_(std::move(names)) {
+    setIdentifier("other process");
+  }
   using KLConnection::barrierCondition;
 
  protected:
-  Ref<xpc::Connection> makeConnection() override {
-    return xpc::Connection::initWithMachServiceName(name_);
+  std::vector<Ref<xpc::Connection>> makeConnections() override {
+    std::vector<Ref<xpc::Connection>> candidates;
+    for (const auto& name : names_)
+      candidates.push_back(xpc::Connection::initWithMachServiceName(name));
+    return candidates;
   }
 
  private:
-  const std::string name_;
+  const std::vector<std::string> names_;
+};
+
+// Serves the name in a process of its own; listens when it has been made.
+class PeerProcess {
+ public:
+  enum class Manner { Answering, Silent };
+
+  PeerProcess(const std::string& folder, const std::string& name,
+              Manner manner = Manner::Answering) {
+    auto input = makePipe();
+    auto output = makePipe();
+    ChildTaskOptions options;
+    options.launchPath = HOIST_BUILD_DIR "/bin/connection_test_peer";
+    options.arguments = {folder, name, manner == Manner::Silent ? "silent" : "answering"};
+    options.standardInput = input.reading.get();
+    options.standardOutput = output.writing.get();
+    task_ = ChildTask::launch(options);
+    input_ = std::move(input.writing);
+    output_ = std::move(output.reading);
+    output.writing.reset();
+    waitUntilItSays("ready\n");
+  }
+  ~PeerProcess() { kill(); }
+  PeerProcess(const PeerProcess&) = delete;
+  PeerProcess& operator=(const PeerProcess&) = delete;
+
+  void waitUntilItSays(const std::string& text) {
+    std::string said(text.size(), '\0');
+    std::size_t got = 0;
+    for (ssize_t count = 1; got < said.size() && count > 0; got += static_cast<std::size_t>(count))
+      count = ::read(output_.get(), said.data() + got, said.size() - got);
+    ASSERT_EQ(said, text);
+  }
+  // As with -9.
+  void kill() {
+    task_->kill();
+    task_->waitUntilExit();
+  }
+  // Its own decision, in good order.
+  void quit() {
+    input_.reset();
+    task_->waitUntilExit();
+    EXPECT_EQ(task_->terminationStatus(), 0);
+  }
+
+ private:
+  FileDescriptor input_;
+  FileDescriptor output_;
+  Ref<ChildTask> task_;
 };
 
 class OtherProcess : public Client {
@@ -418,71 +504,135 @@ class OtherProcess : public Client {
   static constexpr const char* kName = "com.kelvo.test";
 
   OtherProcess() { xpc::setRuntimeDirectory(folder_.path()); }
-  ~OtherProcess() override {
-    kill();
-    xpc::setRuntimeDirectory(runtimeDirectory_);
-  }
+  ~OtherProcess() override { xpc::setRuntimeDirectory(runtimeDirectory_); }
 
-  // Answers when it listens.
-  void start() {
-    auto input = makePipe();
-    auto output = makePipe();
-    ChildTaskOptions options;
-    options.launchPath = HOIST_BUILD_DIR "/bin/connection_test_peer";
-    options.arguments = {folder_.path(), kName};
-    options.standardInput = input.reading.get();
-    options.standardOutput = output.writing.get();
-    peerProcess_ = ChildTask::launch(options);
-    output.writing.reset();
-    input_ = std::move(input.writing);
-    char text[16] = {};
-    ASSERT_GT(::read(output.reading.get(), text, sizeof text - 1), 0);
-    ASSERT_STREQ(text, "ready\n");
+  std::unique_ptr<PeerProcess> start(const std::string& name = kName,
+                                     PeerProcess::Manner manner = PeerProcess::Manner::Answering) {
+    return std::make_unique<PeerProcess>(folder_.path(), name, manner);
   }
-  // As with -9.
-  void kill() {
-    if (!peerProcess_) return;
-    peerProcess_->kill();
-    peerProcess_->waitUntilExit();
-    peerProcess_.reset();
+  // Pings with the connection while the peer stands in the way of an answer, then has the peer out
+  // of the way.
+  std::pair<bool, Ref<Error>> roundTrip(ServiceClient& connection,
+                                        const KLConnection::MessageBlock& block,
+                                        const std::function<void()>& meanwhile) {
+    std::pair<bool, Ref<Error>> result;
+    std::thread caller(
+        [&] { result.first = connection.performSynchronousBlock(block, &result.second); });
+    meanwhile();
+    caller.join();
+    return result;
   }
 
   const std::string runtimeDirectory_ = xpc::runtimeDirectory();
   TemporaryFolder folder_;
-  FileDescriptor input_;
-  Ref<ChildTask> peerProcess_;
 };
 
+// Holds up everything behind it for ever.
+void sendWithoutAnswer(const xpc::Proxy& proxy) {
+  proxy.send<&Answering::refuseWithReply>([](bool) { ADD_FAILURE() << "answered"; });
+}
+
 TEST_F(OtherProcess, EndsARoundTripWithAnErrorWhenItIsKilledInTheMiddle) {
-  start();
-  auto connection = make<ServiceClient>(kName);
-  std::atomic<bool> told = false;
-  connection->setInvalidationHandler([&] { told = true; });
+  auto process = start();
+  auto connection = make<ServiceClient>(std::vector<std::string>{kName});
+  std::atomic<int> told = 0;
+  connection->setInvalidationHandler([&] { ++told; });
   EXPECT_TRUE(connection->ping());
 
-  Ref<Error> error;
-  std::thread caller([&] {
-    EXPECT_FALSE(connection->performSynchronousBlock(
-        // Holds up the barrier behind it for ever.
-        [](const xpc::Proxy& proxy) { proxy.send<&Answering::refuseWithReply>([](bool) {}); },
-        &error));
+  auto [succeeded, error] = roundTrip(*connection, sendWithoutAnswer, [&] {
+    EXPECT_TRUE(eventually([&] { return connection->barrierCondition() == 2; }));
+    process->kill();
   });
-  EXPECT_TRUE(eventually([&] { return connection->barrierCondition() == 2; }));
-  kill();
-  caller.join();
+  EXPECT_FALSE(succeeded);
   ASSERT_TRUE(error);
   EXPECT_EQ(error->domain(), Error::kCocoaDomain);
   EXPECT_EQ(error->code(), Error::kConnectionInterrupted);
-  ASSERT_TRUE(eventually([&] { return told.load(); }));
+  ASSERT_TRUE(eventually([&] { return told == 1; }));
   EXPECT_FALSE(connection->connected());
 
   // The next use finds whoever serves the name then.
   auto other = KLServiceConnection::initWithServiceName(kName, answeringProtocol());
   EXPECT_FALSE(connection->ping());
   EXPECT_FALSE(other->ping());
-  start();
+  process = start();
   EXPECT_TRUE(connection->ping());
   EXPECT_TRUE(other->ping());
+  EXPECT_EQ(told, 1);
+}
+
+TEST_F(OtherProcess, EndsTheRoundTripsOfTenThreadsWhenItIsKilled) {
+  auto process = start();
+  auto connection = make<ServiceClient>(std::vector<std::string>{kName});
+  ASSERT_TRUE(connection->ping());
+  std::atomic<int> succeeded = 0, failed = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 10; ++i) {
+    threads.emplace_back([&] {
+      while (connection->ping()) ++succeeded;
+      ++failed;
+    });
+  }
+  EXPECT_TRUE(eventually([&] { return succeeded > 100; }));
+  process->kill();
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(failed, 10);
+  EXPECT_EQ(connection->barrierCondition(), 0);
+  ASSERT_TRUE(eventually([&] { return !connection->connected(); }));
+  process = start();
+  EXPECT_TRUE(connection->ping());
+}
+
+TEST_F(OtherProcess, IsFoundAgainAfterItQuitByItself) {
+  auto process = start();
+  auto connection = make<ServiceClient>(std::vector<std::string>{kName});
+  std::atomic<bool> told = false;
+  connection->setInvalidationHandler([&] { told = true; });
+  EXPECT_TRUE(connection->ping());
+  process->quit();
+  ASSERT_TRUE(eventually([&] { return told.load(); }));
+  EXPECT_FALSE(connection->connected());
+  process = start();
+  EXPECT_TRUE(connection->ping());
+  // Quitting is no failure of any message.
+  EXPECT_EQ(messageFailuresLogged(), 0u);
+  EXPECT_EQ(verifyFailuresLogged(), 0u);
+}
+
+TEST_F(OtherProcess, HoldsUpItsCandidateAsLongAsItIsSilentAndTheNextOneIsTaken) {
+  auto silent = start("com.kelvo.silent", PeerProcess::Manner::Silent);
+  auto process = start();
+  auto connection = make<ServiceClient>(
+      std::vector<std::string>{"com.kelvo.dead", "com.kelvo.silent", kName, "com.kelvo.unasked"});
+  int called = 0;
+  auto [succeeded, error] = roundTrip(
+      *connection,
+      [&](const xpc::Proxy& proxy) {
+        ++called;
+        EXPECT_EQ(proxy.connection()->serviceName(), kName);
+      },
+      [&] {
+        silent->waitUntilItSays("silent\n");
+        EXPECT_EQ(called, 0);
+        silent->kill();
+      });
+  EXPECT_TRUE(succeeded);
+  EXPECT_EQ(error, nullptr);
+  EXPECT_EQ(called, 1);
+  // One was accepted: the failures before it are forgotten.
+  EXPECT_EQ(verifyFailuresLogged(), 0u);
+}
+
+TEST_F(OtherProcess, IsLoggedOnceForEveryDeadCandidate) {
+  auto connection = make<ServiceClient>(std::vector<std::string>{"com.kelvo.dead", kName});
+  EXPECT_FALSE(connection->ping());
+  EXPECT_FALSE(connection->ping());
+  EXPECT_EQ(linesWith("failed to verify connection other process with").size(), 2u);
+  auto process = start();
+  EXPECT_TRUE(connection->ping());
+  process->kill();
+  EXPECT_TRUE(eventually([&] { return !connection->connected(); }));
+  EXPECT_FALSE(connection->ping());
+  EXPECT_EQ(verifyFailuresLogged(), 4u);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <string>
 
 #include "connection/KLConnection.h"
@@ -35,8 +36,11 @@ class Answerer final : public Object, public Answering {
   void barrierWithCompletion(xpc::Reply<> completion) override {
     ++barriers;
     if (!holdsBarriers) return completion();
-    MutexLock lock(mutex_);
-    held_.push_back(std::move(completion));
+    {
+      MutexLock lock(mutex_);
+      held_.push_back(std::move(completion));
+    }
+    if (barrierHeld) barrierHeld();
   }
   void count() override { ++counted; }
   void refuseWithReply(xpc::Reply<bool>) override {
@@ -49,6 +53,7 @@ class Answerer final : public Object, public Answering {
   std::atomic<int> barriers = 0;
   std::atomic<int> counted = 0;
   std::atomic<bool> holdsBarriers = false;
+  std::function<void()> barrierHeld;  // set before the first client comes
   ConditionLock gate{0};
 
  private:
