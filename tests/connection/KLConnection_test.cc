@@ -603,7 +603,7 @@ TEST_F(OtherProcess, HoldsUpItsCandidateAsLongAsItIsSilentAndTheNextOneIsTaken) 
   auto process = start();
   auto connection = make<ServiceClient>(
       std::vector<std::string>{"com.kelvo.dead", "com.kelvo.silent", kName, "com.kelvo.unasked"});
-  int called = 0;
+  std::atomic<int> called = 0;
   auto [succeeded, error] = roundTrip(
       *connection,
       [&](const xpc::Proxy& proxy) {

@@ -61,56 +61,66 @@ class Answerer final : public Object, public Answering {
   std::deque<xpc::Reply<>> held_ GUARDED_BY(mutex_);
 };
 
-// A listener, one of its own unless given, that exports one answerer, or refuses everybody.
+// A listener, one of its own unless given, that exports one answerer, or refuses everybody. With a
+// function to call instead it answers no barrier.
 class TestPeer {
+  // Outlives the peer for as long as the listener's thread asks it.
+  class Delegate final : public xpc::ListenerDelegate {
+   public:
+    bool shouldAcceptNewConnection(xpc::Listener&,
+                                   const Ref<xpc::Connection>& connection) override {
+      MutexLock lock(mutex_);
+      if (refuses) return false;
+      connection->setExportedInterface(xpc::Interface::interfaceWithProtocol(answeringProtocol()));
+      connection->setExportedObject(answerer);
+      connection->resume();
+      accepted_.push_back(connection);
+      return true;
+    }
+    void endConnections() {
+      MutexLock lock(mutex_);
+      for (const auto& connection : accepted_) connection->invalidate();
+      accepted_.clear();
+    }
+
+    const Ref<Answerer> answerer = make<Answerer>();
+    std::atomic<bool> refuses = false;
+
+   private:
+    Mutex mutex_;
+    std::vector<Ref<xpc::Connection>> accepted_ GUARDED_BY(mutex_);
+  };
+
+  const Ref<Delegate> delegate_ = make<Delegate>();
+
  public:
-  explicit TestPeer(Ref<xpc::Listener> listener = xpc::Listener::anonymousListener())
+  explicit TestPeer(Ref<xpc::Listener> listener = xpc::Listener::anonymousListener(),
+                    std::function<void()> barrierHeld = nullptr)
       : listener_(std::move(listener)) {
-    delegate_->peer = this;
+    answerer->holdsBarriers = barrierHeld != nullptr;
+    answerer->barrierHeld = std::move(barrierHeld);
     listener_->setDelegate(delegate_);
     listener_->resume();
   }
   ~TestPeer() {
+    refuses = true;
     listener_->invalidate();
     endConnections();
   }
+  TestPeer(const TestPeer&) = delete;
+  TestPeer& operator=(const TestPeer&) = delete;
 
   Ref<xpc::Connection> connect() {
     return xpc::Connection::initWithListenerEndpoint(listener_->endpoint());
   }
   xpc::Endpoint endpoint() { return listener_->endpoint(); }
   // As if the peer's process had ended and another one had been started.
-  void endConnections() {
-    MutexLock lock(mutex_);
-    for (const auto& connection : accepted_) connection->invalidate();
-    accepted_.clear();
-  }
+  void endConnections() { delegate_->endConnections(); }
 
-  const Ref<Answerer> answerer = make<Answerer>();
-  std::atomic<bool> refuses = false;
+  const Ref<Answerer> answerer = delegate_->answerer;
+  std::atomic<bool>& refuses = delegate_->refuses;
 
  private:
-  struct Delegate final : xpc::ListenerDelegate {
-    TestPeer* peer = nullptr;
-    bool shouldAcceptNewConnection(xpc::Listener&,
-                                   const Ref<xpc::Connection>& connection) override {
-      return peer->accept(connection);
-    }
-  };
-
-  bool accept(const Ref<xpc::Connection>& connection) {
-    if (refuses) return false;
-    connection->setExportedInterface(xpc::Interface::interfaceWithProtocol(answeringProtocol()));
-    connection->setExportedObject(answerer);
-    connection->resume();
-    MutexLock lock(mutex_);
-    accepted_.push_back(connection);
-    return true;
-  }
-
-  Mutex mutex_;
-  std::vector<Ref<xpc::Connection>> accepted_ GUARDED_BY(mutex_);
-  const Ref<Delegate> delegate_ = make<Delegate>();
   const Ref<xpc::Listener> listener_;
 };
 

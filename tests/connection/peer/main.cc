@@ -17,12 +17,12 @@ int main(int count, char** arguments) {
   if (count != 4) return 2;
   try {
     hoist::xpc::setRuntimeDirectory(arguments[1]);
-    hoist::TestPeer peer(hoist::xpc::Listener::initWithMachServiceName(arguments[2]));
-    peer.answerer->holdsBarriers = std::string_view(arguments[3]) == "silent";
-    peer.answerer->barrierHeld = [] {
+    std::function<void()> barrierHeld = [] {
       std::puts("silent");
       std::fflush(stdout);
     };
+    if (std::string_view(arguments[3]) != "silent") barrierHeld = nullptr;
+    hoist::TestPeer peer(hoist::xpc::Listener::initWithMachServiceName(arguments[2]), barrierHeld);
     std::puts("ready");
     std::fflush(stdout);
     char byte;
