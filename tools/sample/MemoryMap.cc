@@ -63,25 +63,21 @@ std::vector<Mapping> parseMemoryMap(std::string_view text) {
 
 std::vector<ImageRange> imageRanges(const std::vector<Mapping>& mappings) {
   std::vector<ImageRange> images;
-  std::optional<ImageRange> current;
-  bool executable = false;
-  auto finish = [&] {
-    if (current && executable) images.push_back(std::move(*current));
-    current.reset();
-  };
+  std::vector<bool> isProgram;
   for (const Mapping& mapping : mappings) {
-    if (current && belongs(mapping, *current)) {
-      current->end = mapping.end;
-      executable = executable || mapping.executable;
-    } else if (mapping.isFile() || mapping.path == "[vdso]") {
-      finish();
-      current = ImageRange{mapping.start, mapping.end, mapping};
-      executable = mapping.executable;
-    }
     // Memory without a file between two mappings of one is the program's own: its zeroed data, or
     // text that was moved to large pages.
+    if (!mapping.isFile() && mapping.path != "[vdso]") continue;
+    if (!images.empty() && belongs(mapping, images.back())) {
+      images.back().end = mapping.end;
+    } else {
+      images.push_back({mapping.start, mapping.end, mapping});
+      isProgram.push_back(false);
+    }
+    if (mapping.executable) isProgram.back() = true;
   }
-  finish();
+  std::size_t next = 0;
+  std::erase_if(images, [&](const ImageRange&) { return !isProgram[next++]; });
   return images;
 }
 
