@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <vector>
 
 namespace hoist::sample {
@@ -71,6 +73,18 @@ TEST(SampleOptions, RefuseEverythingElseInOneLine) {
       EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos);
     }
   }
+}
+
+TEST(SampleOptions, AreTheOnesOfTheDocument) {
+  std::ifstream file(HOIST_SOURCE_DIR "/docs/sampling.md");
+  const std::string document{std::istreambuf_iterator<char>(file), {}};
+  const std::string usage = usageText();
+  EXPECT_NE(document.find(usage.substr(usage.find("sample PID"))), document.npos);
+  const Options defaults;
+  EXPECT_NE(document.find("| `-duration` | " + std::to_string(defaults.duration / 1s) + " s "),
+            document.npos);
+  EXPECT_NE(document.find("| `-interval` | " + std::to_string(defaults.interval / 1ms) + " ms "),
+            document.npos);
 }
 
 TEST(SampleOptions, KnowTheCallForHelp) {

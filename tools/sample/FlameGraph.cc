@@ -50,14 +50,17 @@ std::string escaped(std::string_view text) {
   return result;
 }
 
-// A colour for everything of one image: warm for the program itself and its libraries alike, told
-// apart by hue.
+// One colour for everything of an image, the same in every picture: warm tones for most, and the
+// hash spreads neighbouring names.
 std::string colour(std::string_view image) {
-  if (image.empty()) return "hsl(0,0%,80%)";
-  unsigned hash = 2166136261u;  // FNV-1a, so that a library has the same colour in every picture
+  if (image.empty()) return "hsl(35,12%,83%)";
+  std::uint32_t hash = 2166136261u;  // FNV-1a, then the finish of MurmurHash3
   for (unsigned char c : image) hash = (hash ^ c) * 16777619u;
-  return fmt::format("hsl({},{}%,{}%)", 8 + hash % 190, 55 + (hash >> 8) % 25,
-                     66 + (hash >> 16) % 10);
+  hash = (hash ^ hash >> 16) * 0x85ebca6bu;
+  hash = (hash ^ hash >> 13) * 0xc2b2ae35u;
+  hash ^= hash >> 16;
+  const unsigned hue = (hash % 4 == 0 ? 165 : 8) + (hash >> 4) % 55;
+  return fmt::format("hsl({},{}%,{}%)", hue, 62 + (hash >> 12) % 25, 64 + (hash >> 20) % 12);
 }
 
 class Picture {
