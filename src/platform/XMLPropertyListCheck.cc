@@ -75,7 +75,7 @@ class Checker {
 
   static void checkPrologue(std::string_view inside) {
     if (std::ranges::count(inside, '"') % 2 != 0) refuse("an end mark in quotes");
-    if (inside.find_first_of("[<") != inside.npos) refuse("an embedded document type");
+    if (inside.find_first_of("[<") != std::string_view::npos) refuse("an embedded document type");
   }
 
   void checkTag(std::string_view tag) {

@@ -38,8 +38,8 @@ Ref<Connection> Connection::initWithSocket(FileDescriptor socket) {
   return makeConnection(Channel::forClient(connect, std::nullopt));
 }
 
-Ref<Connection> Connection::initWithChannel(Ref<Channel> channel) {
-  return makeConnection(std::move(channel));
+Ref<Connection> Connection::initWithChannel(const Ref<Channel>& channel) {
+  return makeConnection(channel);
 }
 
 Connection::Connection(Ref<Channel> channel) : channel_(std::move(channel)) {}

@@ -40,7 +40,7 @@ class Connection : public Object {
   // Speaks as the client on a connected stream socket of the Unix family.
   static Ref<Connection> initWithSocket(FileDescriptor socket);
   // For use by Listener, and by the above.
-  static Ref<Connection> initWithChannel(Ref<Channel> channel);
+  static Ref<Connection> initWithChannel(const Ref<Channel>& channel);
   explicit Connection(Ref<Channel> channel);
   ~Connection() override;
 
