@@ -318,7 +318,7 @@ void Channel::readMessages(const FileDescriptor& socket) {
   std::optional<Clock::Instant> begun;  // when the unfinished message began
   for (;;) {
     while (auto message = reader_.next()) {
-      if (invalidated_) return;
+      if (invalidated_ || dropped_) return;
       handle(std::move(*message));
     }
     if (!reader_.isMidMessage()) {
@@ -416,6 +416,7 @@ void Channel::handleAnswer(dbus::Message& message) {
 }
 
 void Channel::drop(std::string_view why) {
+  if (dropped_.exchange(true)) return;
   if (admission_) {
     reportPeer(admission_->peer(), fmt::format("closed, {}", why));
   } else {
@@ -432,7 +433,7 @@ void Channel::drop(std::string_view why) {
 void Channel::sendAnswer(dbus::OutgoingMessage message) {
   auto size = message.bytes.size();
   message.setSerial(nextSerial());
-  if (outbox_->send(std::move(message)) != Outbox::Outcome::kFull) return;
+  if (dropped_ || outbox_->send(std::move(message)) != Outbox::Outcome::kFull) return;
   drop(
       fmt::format("its unread answers leave no room for {} bytes more (kUnreadAnswers, {}, in "
                   "xpc/Limits.h)",

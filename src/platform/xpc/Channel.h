@@ -104,7 +104,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   PendingCalls pending_;
   std::optional<CallHandler> calls_;
   std::atomic<std::uint32_t> serial_ = 0;
-  std::atomic<bool> invalidated_ = false;
+  std::atomic<bool> invalidated_ = false;  // by this side's user
+  std::atomic<bool> dropped_ = false;      // because of what the peer did
 
   // Belong to the thread.
   dbus::FrameReader reader_;

@@ -24,10 +24,11 @@ Handshake::Outcome Handshake::advance() {
   if (got.status == dbus::IOStatus::kFailed) return fail("cannot be read");
   auto step = sasl_.receive({reinterpret_cast<const char*>(buffer), got.size});
   if (!step.reply.empty()) {
-    // A peer that does not read the few bytes of its own authentication is not waited for.
     auto sent = dbus::send(
         socket(), {reinterpret_cast<const std::uint8_t*>(step.reply.data()), step.reply.size()},
         MSG_DONTWAIT);
+    if (sent.status == dbus::IOStatus::kFailed) return Outcome::kFailed;
+    // A peer that does not read the few bytes of its own authentication is not waited for.
     if (sent.size != step.reply.size()) return fail("does not read the authentication's answers");
   }
   if (step.state == dbus::SaslState::kFailed) return fail(sasl_.failure());

@@ -12,24 +12,36 @@
 namespace hoist::xpc {
 namespace {
 
-// What a waiting message costs beside its bytes: its places in the queue and in the allocator.
-// Without it, a peer that lets the smallest answers pile up would make this side hold many times
-// the bound.
-constexpr std::size_t kOverhead = 256;
+// Picked: what a socket takes at once is of that order.
+constexpr std::size_t kPieceSize = 64 * 1024;
 
 }  // namespace
 
 Outbox::Outcome Outbox::send(dbus::OutgoingMessage message, Unsent unsent) {
   MutexLock lock(mutex_);
   if (closed_) return Outcome::kClosed;
-  auto size = message.bytes.size() + kOverhead;
+  auto size = message.bytes.size();
   if (waitingBytes_ > 0 && waitingBytes_ + size > limit_) return Outcome::kFull;
   waitingBytes_ += size;
-  waiting_.push_back({std::move(message), 0, std::move(unsent)});
+  enqueue({std::move(message), 0, std::move(unsent)});
   write();
   if (!holdWaiting()) return Outcome::kFull;
   pumpIfNeeded();
   return Outcome::kTaken;
+}
+
+// Many small messages wait as few large pieces: each on its own would take ten times its size.
+void Outbox::enqueue(Waiting next) {
+  auto isPlain = [](const Waiting& one) { return one.message.descriptors.empty() && !one.unsent; };
+  if (!waiting_.empty() && isPlain(next) && isPlain(waiting_.back())) {
+    auto& last = waiting_.back().message.bytes;
+    const auto& bytes = next.message.bytes;
+    if (last.size() + bytes.size() <= kPieceSize) {
+      last.insert(last.end(), bytes.begin(), bytes.end());
+      return;
+    }
+  }
+  waiting_.push_back(std::move(next));
 }
 
 void Outbox::open(Ref<const FileDescriptor> socket) {
@@ -79,10 +91,7 @@ void Outbox::write() {
     }
     first.sent += sent.size;
     waitingBytes_ -= sent.size;
-    if (first.sent == first.message.bytes.size()) {
-      waitingBytes_ -= kOverhead;
-      waiting_.pop_front();
-    }
+    if (first.sent == first.message.bytes.size()) waiting_.pop_front();
   }
 }
 

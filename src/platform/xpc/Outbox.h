@@ -44,12 +44,14 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
   std::vector<Unsent> close();
 
  private:
+  // One message, or several small ones.
   struct Waiting {
     dbus::OutgoingMessage message;
     std::size_t sent;
     Unsent unsent;
   };
 
+  void enqueue(Waiting next) REQUIRES(mutex_);
   bool canWrite() const REQUIRES(mutex_);
   void write() REQUIRES(mutex_);
   bool holdWaiting() REQUIRES(mutex_);

@@ -153,15 +153,27 @@ TestService::~TestService() {
 
 bool TestService::shouldAcceptNewConnection(Listener&, const Ref<Connection>& connection) {
   if (refuses_) return false;
-  connection->setExportedInterface(Interface::interfaceWithProtocol(talkingProtocol()));
+  connection->setExportedInterface(makeInterface());
   connection->setExportedObject(talker_);
-  connection->setRemoteObjectInterface(Interface::interfaceWithProtocol(talkingProtocol()));
+  connection->setRemoteObjectInterface(makeInterface());
   connection->resume();
   std::lock_guard lock(mutex_);
   last_ = connection;
   ++accepted_;
   changed_.notify_all();
   return true;
+}
+
+Ref<Interface> TestService::makeInterface() {
+  auto interface = Interface::interfaceWithProtocol(talkingProtocol());
+  std::lock_guard lock(mutex_);
+  if (customise_) customise_(*interface);
+  return interface;
+}
+
+void TestService::setCustomise(std::function<void(Interface&)> customise) {
+  std::lock_guard lock(mutex_);
+  customise_ = std::move(customise);
 }
 
 Ref<Connection> TestService::lastAccepted() {
@@ -172,14 +184,14 @@ Ref<Connection> TestService::lastAccepted() {
 
 Ref<Connection> TestService::connect() {
   auto connection = Connection::initWithMachServiceName(kName);
-  connection->setRemoteObjectInterface(Interface::interfaceWithProtocol(talkingProtocol()));
+  connection->setRemoteObjectInterface(makeInterface());
   connection->resume();
   return connection;
 }
 
 Ref<Connection> TestService::connectToEndpoint() {
   auto connection = Connection::initWithListenerEndpoint(listener_->endpoint());
-  connection->setRemoteObjectInterface(Interface::interfaceWithProtocol(talkingProtocol()));
+  connection->setRemoteObjectInterface(makeInterface());
   connection->resume();
   return connection;
 }

@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -160,9 +161,12 @@ class TestService : public ListenerDelegate {
   // The connection that was accepted last; waits for it.
   Ref<Connection> lastAccepted();
   void setRefuses(bool refuses) { refuses_ = refuses; }
+  // Applied to the interfaces of later connections, on both sides.
+  void setCustomise(std::function<void(Interface&)> customise);
 
  private:
   void start(const std::string& name, Limits limits);
+  Ref<Interface> makeInterface();
 
   std::unique_ptr<TemporaryFolder> folder_;
   Ref<Talker> talker_ = make<Talker>();
@@ -173,6 +177,7 @@ class TestService : public ListenerDelegate {
   std::mutex mutex_;
   std::condition_variable changed_;
   Ref<Connection> last_;
+  std::function<void(Interface&)> customise_;
 };
 
 // What came of one message: waits for the values of the reply, or the error.
