@@ -123,6 +123,7 @@ void Acceptor::waitAndServe() {
     MutexLock lock(mutex_);
     if (state_ == State::kEnded) return;
     requests = requests_;
+    // Only this thread closes it.
     if (socket_) listening = socket_->descriptor.get();
   }
   if (pausedUntil_ && *pausedUntil_ <= Clock::instant()) pausedUntil_.reset();
@@ -144,7 +145,7 @@ void Acceptor::waitAndServe() {
     if (next->revents && !advance(*current)) handshakes_.erase(current);
   }
   expireHandshakes();
-  if (wanted[1].revents) acceptWaiting();
+  if (wanted[1].revents) acceptWaiting(listening);
   if (wanted[2].revents) receiveRequests(wanted[2].revents & (POLLHUP | POLLERR));
 }
 
@@ -161,17 +162,9 @@ void Acceptor::expireHandshakes() {
   }
 }
 
-void Acceptor::acceptWaiting() {
+void Acceptor::acceptWaiting(int listening) {
   for (int count = 0; count < kBatch; ++count) {
-    int descriptor;
-    {
-      MutexLock lock(mutex_);
-      if (state_ == State::kEnded) return;
-      // The passed socket may be a blocking one, so it is asked first.
-      pollfd waiting{socket_->descriptor.get(), POLLIN, 0};
-      if (::poll(&waiting, 1, 0) <= 0) return;
-      descriptor = ::accept4(socket_->descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC);
-    }
+    int descriptor = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
     if (descriptor >= 0) {
       begin(FileDescriptor(descriptor));
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
@@ -255,7 +248,8 @@ bool Acceptor::advance(Handshake& handshake) {
 
 void Acceptor::deliver(Handshake& handshake) {
   auto connection = Connection::initWithChannel(Channel::forAccepted(
-      {handshake.takeSocket(), handshake.takeReader(), handshake.takeAdmission(), serviceName_}));
+      {handshake.takeSocket(), handshake.takeReader(), handshake.takeAdmission(),
+       handshake.descriptorsNegotiated(), serviceName_}));
   if (!askDelegate(connection) || !connection->isResumed()) connection->invalidate();
 }
 

@@ -42,7 +42,7 @@ class Acceptor : public std::enable_shared_from_this<Acceptor> {
   void run();
   void waitAndServe();
   Clock::Instant earliestDeadline() const;
-  void acceptWaiting();
+  void acceptWaiting(int listening);
   void receiveRequests(bool hungUp);
   void pauseAccepting();
   void begin(FileDescriptor socket);

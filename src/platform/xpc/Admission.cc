@@ -22,8 +22,7 @@ struct Account {
   std::size_t connections = 0;  // those that count
   std::size_t helpers = 0;      // those that do not
   std::size_t unauthenticated = 0;
-  std::size_t bytes = 0;
-  std::size_t descriptors = 0;
+  Admission::Held held;
   bool refused = false;  // reported, and none was admitted since
 };
 
@@ -117,8 +116,8 @@ Admission::~Admission() {
   MutexLock lock(accounts.mutex);
   auto found = accounts.users.find(peer_.user);
   auto& account = found->second;
-  account.bytes -= unfinished_ + unread_;
-  account.descriptors -= descriptors_;
+  account.held.bytes -= unfinished_.bytes + unread_.bytes;
+  account.held.descriptors -= unfinished_.descriptors + unread_.descriptors;
   --(isHelper_ ? account.helpers : account.connections);
   if (!isHelper_ && peer_.user != 0) --accounts.unprivileged;
   if (account.connections + account.helpers == 0) accounts.users.erase(found);
@@ -132,51 +131,32 @@ void Admission::authenticated() {
   --accounts.unauthenticated;
 }
 
-bool Admission::holdUnfinished(std::size_t bytes) {
-  return holdBytes(unfinished_, bytes);
-}
-bool Admission::holdUnread(std::size_t bytes) {
-  return holdBytes(unread_, bytes);
-}
-
-bool Admission::holdBytes(std::size_t& mine, std::size_t bytes) {
+bool Admission::hold(Held& mine, Held held) {
   auto& accounts = Accounts::shared();
-  std::size_t total;
-  bool more;
+  Held before, total;
   {
     MutexLock lock(accounts.mutex);
     auto& account = accounts.users[peer_.user];
-    more = bytes > mine;
-    account.bytes = account.bytes - mine + bytes;
-    mine = bytes;
-    total = account.bytes;
+    before = std::exchange(mine, held);
+    account.held.bytes += held.bytes - before.bytes;
+    account.held.descriptors += held.descriptors - before.descriptors;
+    total = account.held;
   }
-  if (!more || total <= limits_.heldBytesOfOneUser) return true;
-  reportPeer(peer_,
-             fmt::format("closed, {} bytes of unfinished messages and unread answers of this "
-                         "user wait and at most {} may (kHeldBytesOfOneUser in "
-                         "xpc/Limits.h)",
-                         total, limits_.heldBytesOfOneUser));
-  return false;
-}
-
-bool Admission::holdDescriptors(std::size_t descriptors) {
-  auto& accounts = Accounts::shared();
-  std::size_t total;
-  bool more;
-  {
-    MutexLock lock(accounts.mutex);
-    auto& account = accounts.users[peer_.user];
-    more = descriptors > descriptors_;
-    account.descriptors = account.descriptors - descriptors_ + descriptors;
-    descriptors_ = descriptors;
-    total = account.descriptors;
+  // Giving back is always allowed.
+  if (held.bytes > before.bytes && total.bytes > limits_.heldBytesOfOneUser) {
+    reportPeer(peer_, fmt::format("closed, {} bytes of unfinished messages and unread answers of "
+                                  "this user wait and at most {} may (kHeldBytesOfOneUser in "
+                                  "xpc/Limits.h)",
+                                  total.bytes, limits_.heldBytesOfOneUser));
+    return false;
   }
-  if (!more || total <= kDescriptorsOfOneUser) return true;
-  reportPeer(peer_, fmt::format("closed, {} descriptors of this user are held and at most {} may "
-                                "be (kDescriptorsOfOneUser in xpc/Limits.h)",
-                                total, kDescriptorsOfOneUser));
-  return false;
+  if (held.descriptors > before.descriptors && total.descriptors > kDescriptorsOfOneUser) {
+    reportPeer(peer_, fmt::format("closed, {} descriptors of this user are held and at most {} may "
+                                  "be (kDescriptorsOfOneUser in xpc/Limits.h)",
+                                  total.descriptors, kDescriptorsOfOneUser));
+    return false;
+  }
+  return true;
 }
 
 }  // namespace hoist::xpc

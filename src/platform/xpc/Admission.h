@@ -28,26 +28,30 @@ class Admission {
 
   void authenticated();
 
-  // What the connection holds from now on, in place of what it held. Answers whether its user may
-  // hold so much; if not, that is reported, and the connection has to end.
-  bool holdUnfinished(std::size_t bytes);
-  bool holdUnread(std::size_t bytes);
-  bool holdDescriptors(std::size_t descriptors);
+  // What the connection holds from now on, in place of what it held: unfinished messages that came
+  // in, answers that were not yet read. Answers whether its user may hold so much; if not, that is
+  // reported, and the connection has to end.
+  struct Held {
+    std::size_t bytes = 0;
+    std::size_t descriptors = 0;
+    friend bool operator==(const Held&, const Held&) = default;
+  };
+  bool holdUnfinished(Held held) { return hold(unfinished_, held); }
+  bool holdUnread(Held held) { return hold(unread_, held); }
 
   const Peer& peer() const { return peer_; }
   const Limits& limits() const { return limits_; }
 
  private:
-  bool holdBytes(std::size_t& mine, std::size_t bytes);
+  bool hold(Held& mine, Held held);
 
   const Peer peer_;
   const bool isHelper_;
   const Limits limits_;
   bool authenticated_ = false;
   // Guarded by the lock of the accounts.
-  std::size_t unfinished_ = 0;
-  std::size_t unread_ = 0;
-  std::size_t descriptors_ = 0;
+  Held unfinished_;
+  Held unread_;
 };
 
 }  // namespace hoist::xpc

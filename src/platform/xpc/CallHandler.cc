@@ -27,9 +27,10 @@ struct Refusal {
 class RemoteReply final : public ReplyTarget {
  public:
   RemoteReply(Ref<const CallHandler::SendAnswer> sendAnswer, std::size_t maximumSize,
-              const dbus::Message& call, const Method& method)
+              bool takesDescriptors, const dbus::Message& call, const Method& method)
       : sendAnswer_(std::move(sendAnswer)),
         maximumSize_(maximumSize),
+        takesDescriptors_(takesDescriptors),
         expected_(call.replyExpected()),
         serial_(call.serial()),
         method_(method) {}
@@ -50,7 +51,10 @@ class RemoteReply final : public ReplyTarget {
       dbus::MessageWriter message(header, maximumSize_);
       ArgumentWriter writer(message);
       writeValues(writer);
-      return message.finish();
+      auto answer = message.finish();
+      if (takesDescriptors_ || answer.descriptors.empty()) return answer;
+      return dbus::makeError(serial_, dbus::errors::kNotSupported,
+                             "the answer holds descriptors, which were not agreed on");
     } catch (const std::exception& exception) {
       auto text =
           fmt::format("the reply of {} could not be sent: {}", method_.selector, exception.what());
@@ -61,6 +65,7 @@ class RemoteReply final : public ReplyTarget {
 
   const Ref<const CallHandler::SendAnswer> sendAnswer_;
   const std::size_t maximumSize_;
+  const bool takesDescriptors_;
   const bool expected_;
   const std::uint32_t serial_;
   const Method& method_;
@@ -68,13 +73,12 @@ class RemoteReply final : public ReplyTarget {
 
 }  // namespace
 
-CallHandler::CallHandler(SendAnswer sendAnswer, std::size_t maximumSize, std::string uniqueName,
-                         std::string serviceName, uid_t peerUser)
+CallHandler::CallHandler(SendAnswer sendAnswer, Caller caller, std::string serviceName,
+                         std::size_t maximumSize)
     : sendAnswer_(std::make_shared<const SendAnswer>(std::move(sendAnswer))),
-      maximumSize_(maximumSize),
-      uniqueName_(std::move(uniqueName)),
+      caller_(std::move(caller)),
       serviceName_(std::move(serviceName)),
-      peerUser_(peerUser) {}
+      maximumSize_(maximumSize) {}
 
 void CallHandler::setInterface(Ref<Interface> interface) {
   // What is replaced is let go outside of the lock.
@@ -152,7 +156,8 @@ bool CallHandler::answerStandard(dbus::Message& call, const Export& exported) {
     return introspectionText(exported.interface ? &exported.interface->protocol() : nullptr,
                              exported.object.get());
   };
-  auto answer = answerStandardCall(call, {uniqueName_, serviceName_, peerUser_, introspect});
+  auto answer =
+      answerStandardCall(call, {caller_.uniqueName, serviceName_, caller_.user, introspect});
   if (answer && call.replyExpected()) (*sendAnswer_)(std::move(*answer));
   return answer.has_value();
 }
@@ -166,7 +171,8 @@ void CallHandler::invoke(dbus::Message& call, const Export& exported, const Meth
   ArgumentReader reader(message, *exported.interface, method, false);
   Ref<ReplyTarget> target;
   if (method.hasReply) {
-    target = std::make_shared<RemoteReply>(sendAnswer_, maximumSize_, call, method);
+    target = std::make_shared<RemoteReply>(sendAnswer_, maximumSize_, caller_.takesDescriptors,
+                                           call, method);
   }
   try {
     method.invoke(*exported.object, reader, target);

@@ -19,9 +19,14 @@ class CallHandler {
   // Sends an answer, from any thread; kept by replies that outlive the connection.
   using SendAnswer = std::function<void(dbus::OutgoingMessage)>;
 
-  // maximumSize: bytes of an answer. uniqueName: what Hello answers the peer.
-  CallHandler(SendAnswer sendAnswer, std::size_t maximumSize, std::string uniqueName,
-              std::string serviceName, uid_t peerUser);
+  struct Caller {
+    std::string uniqueName;  // what Hello answers
+    uid_t user;
+    bool takesDescriptors;  // it has agreed to get some
+  };
+  // serviceName: this side's, or empty. maximumSize: bytes of an answer.
+  CallHandler(SendAnswer sendAnswer, Caller caller, std::string serviceName,
+              std::size_t maximumSize);
 
   void setInterface(Ref<Interface> interface);
   Ref<Interface> interface() const;
@@ -45,10 +50,9 @@ class CallHandler {
   void answerEmpty(const dbus::Message& call) const;
 
   const Ref<const SendAnswer> sendAnswer_;
-  const std::size_t maximumSize_;
-  const std::string uniqueName_;
+  const Caller caller_;
   const std::string serviceName_;
-  const uid_t peerUser_;
+  const std::size_t maximumSize_;
   mutable SpinLock lock_;
   Export export_ GUARDED_BY(lock_);
 };

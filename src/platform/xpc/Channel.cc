@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "platform/Dispatch.h"
 #include "platform/SystemCall.h"
@@ -30,6 +31,9 @@ namespace hoist::xpc {
 namespace {
 
 constexpr std::string_view kObjectPath = "/";
+
+// From which time on a caller may have given up. Picked.
+constexpr std::chrono::milliseconds kLongCall{100};
 
 thread_local Channel* currentChannel = nullptr;
 
@@ -50,10 +54,12 @@ void fail(const ErrorHandler& handler, const Ref<Error>& error) {
 
 Ref<Outbox> makeOutbox(const Ref<Admission>& admission) {
   if (!admission) return make<Outbox>(kUnsentMessages);
-  return make<Outbox>(kUnreadAnswers, [account = WeakRef<Admission>(admission)](std::size_t bytes) {
+  auto hold = [account = WeakRef<Admission>(admission)](std::size_t bytes,
+                                                        std::size_t descriptors) {
     auto mine = account.lock();
-    return !mine || mine->holdUnread(bytes);
-  });
+    return !mine || mine->holdUnread({bytes, descriptors});
+  };
+  return make<Outbox>(kUnreadAnswers, hold);
 }
 
 dbus::OutgoingMessage encodeCall(const Method& method,
@@ -87,16 +93,20 @@ Ref<Channel> Channel::forClient(Connect connect, std::optional<std::string> serv
   auto channel = make<Channel>(dbus::FrameReader({kHelperMessageSize, kDescriptorsOfOneMessage}),
                                nullptr, std::move(serviceName));
   channel->connect_ = std::move(connect);
-  channel->makeCallHandler(kHelperMessageSize, std::string());
+  // What calls back is the service, which runs as who knows whom.
+  channel->makeCallHandler({makeUniqueName(), ::geteuid(), true}, std::string(),
+                           kHelperMessageSize);
   return channel;
 }
 
 Ref<Channel> Channel::forAccepted(Accepted accepted) {
+  auto user = accepted.admission->peer().user;
   auto answerSize = accepted.admission->limits().messageSize;
   auto channel =
       make<Channel>(std::move(accepted.reader), std::move(accepted.admission), std::nullopt);
   channel->setSocket(make<const FileDescriptor>(std::move(accepted.socket)));
-  channel->makeCallHandler(answerSize, std::move(accepted.serviceName));
+  channel->makeCallHandler({makeUniqueName(), user, accepted.descriptorsNegotiated},
+                           std::move(accepted.serviceName), answerSize);
   return channel;
 }
 
@@ -107,11 +117,12 @@ Channel::Channel(dbus::FrameReader reader, Ref<Admission> admission,
       outbox_(makeOutbox(admission_)),
       reader_(std::move(reader)) {}
 
-void Channel::makeCallHandler(std::size_t maximumAnswer, std::string exportedName) {
+void Channel::makeCallHandler(CallHandler::Caller caller, std::string exportedName,
+                              std::size_t maximumAnswer) {
   auto send = [self = weak_from_this()](dbus::OutgoingMessage answer) {
     if (auto channel = self.lock()) channel->sendAnswer(std::move(answer));
   };
-  calls_.emplace(send, maximumAnswer, makeUniqueName(), std::move(exportedName), peer().user);
+  calls_.emplace(send, std::move(caller), std::move(exportedName), maximumAnswer);
 }
 
 Channel* Channel::current() {
@@ -141,10 +152,12 @@ Ref<Interface> Channel::remoteInterface() const {
 }
 
 void Channel::setInvalidationHandler(std::function<void()> handler) {
-  // What is replaced is let go outside of the lock.
   MutexLock lock(mutex_);
-  invalidationHandler_.swap(handler);
+  bool isTooLate = state_ == State::kEnded;
+  if (!isTooLate) invalidationHandler_.swap(handler);
   lock.unlock();
+  // What was replaced is let go outside of the lock.
+  if (isTooLate && handler) dispatch::globalQueue().async(std::move(handler));
 }
 
 Peer Channel::peer() const {
@@ -181,9 +194,9 @@ Ref<const FileDescriptor> Channel::socket() const {
 void Channel::resume() {
   MutexLock lock(mutex_);
   if (state_ != State::kNew) return;
-  if (isAccepted()) kept_ = owner_.lock();
   startDetachedThread("connection", [self = shared_from_this()] { self->run(); });
   state_ = State::kRunning;
+  if (isAccepted()) kept_ = owner_.lock();
 }
 
 bool Channel::isResumed() const {
@@ -364,20 +377,16 @@ bool Channel::waitForRest(const FileDescriptor& socket, Clock::Instant begun) {
 // Says in the user's account what is held here; answers whether that may be.
 bool Channel::holdReceived() {
   if (!admission_) return true;
-  auto bytes = reader_.heldBytes();
-  auto descriptors = reader_.heldFileDescriptors();
-  bool allowed = true;
-  if (bytes != heldBytes_) allowed &= admission_->holdUnfinished(heldBytes_ = bytes);
-  if (descriptors != heldDescriptors_) {
-    allowed &= admission_->holdDescriptors(heldDescriptors_ = descriptors);
-  }
-  return allowed;
+  Admission::Held held{reader_.heldBytes(), reader_.heldFileDescriptors()};
+  if (held == held_) return true;
+  held_ = held;
+  return admission_->holdUnfinished(held);
 }
 
 void Channel::handle(dbus::Message message) {
   switch (message.type()) {
     case dbus::MessageType::kMethodCall:
-      platform::contain("a call", [&] { calls_->handle(std::move(message)); });
+      handleCall(std::move(message));
       break;
     case dbus::MessageType::kMethodReturn:
     case dbus::MessageType::kError:
@@ -386,6 +395,15 @@ void Channel::handle(dbus::Message message) {
     default:
       break;  // signals mean nothing here
   }
+}
+
+// Behind a call that takes long others queue up. When their sender has gone meanwhile, those that
+// want an answer are not begun any more; whoever wants none may well have hung up.
+void Channel::handleCall(dbus::Message message) {
+  if (hadLongCall_ && message.replyExpected() && !isPeerConnected()) return;
+  auto begun = Clock::instant();
+  platform::contain("a call", [&] { calls_->handle(std::move(message)); });
+  hadLongCall_ |= Clock::instant() - begun > kLongCall;
 }
 
 void Channel::handleAnswer(dbus::Message& message) {

@@ -37,6 +37,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
     FileDescriptor socket;
     dbus::FrameReader reader;
     Ref<Admission> admission;
+    bool descriptorsNegotiated;
     std::string serviceName;  // of the listener, or empty
   };
   static Ref<Channel> forAccepted(Accepted accepted);
@@ -74,7 +75,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
  private:
   enum class State { kNew, kRunning, kEnded };
 
-  void makeCallHandler(std::size_t maximumAnswer, std::string exportedName);
+  void makeCallHandler(CallHandler::Caller caller, std::string exportedName,
+                       std::size_t maximumAnswer);
 
   // The thread: open, read, end.
   void run();
@@ -86,6 +88,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   bool waitForRest(const FileDescriptor& socket, Clock::Instant begun);
   bool holdReceived();
   void handle(dbus::Message message);
+  void handleCall(dbus::Message message);
   void handleAnswer(dbus::Message& message);
   void end();
   Ref<Error> endError() const;
@@ -109,8 +112,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   // Belong to the thread.
   dbus::FrameReader reader_;
-  std::size_t heldBytes_ = 0;
-  std::size_t heldDescriptors_ = 0;
+  Admission::Held held_;  // what the account was told last
+  bool hadLongCall_ = false;
 
   mutable Mutex mutex_;
   State state_ GUARDED_BY(mutex_) = State::kNew;

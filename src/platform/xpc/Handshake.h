@@ -32,6 +32,7 @@ class Handshake {
   FileDescriptor takeSocket() { return std::move(socket_); }
   dbus::FrameReader takeReader() { return std::move(reader_); }
   Ref<Admission> takeAdmission() { return std::move(admission_); }
+  bool descriptorsNegotiated() const { return sasl_.fileDescriptorsNegotiated(); }
 
  private:
   Outcome fail(std::string_view why) const;

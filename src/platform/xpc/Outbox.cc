@@ -23,6 +23,7 @@ Outbox::Outcome Outbox::send(dbus::OutgoingMessage message, Unsent unsent) {
   auto size = message.bytes.size();
   if (waitingBytes_ > 0 && waitingBytes_ + size > limit_) return Outcome::kFull;
   waitingBytes_ += size;
+  waitingDescriptors_ += message.descriptors.size();
   enqueue({std::move(message), 0, std::move(unsent)});
   write();
   if (!holdWaiting()) return Outcome::kFull;
@@ -68,7 +69,7 @@ std::vector<Outbox::Unsent> Outbox::close() {
     if (waiting.unsent) unsent.push_back(std::move(waiting.unsent));
   }
   waiting_.clear();
-  waitingBytes_ = 0;
+  waitingBytes_ = waitingDescriptors_ = 0;
   holdWaiting();
   return unsent;
 }
@@ -91,14 +92,17 @@ void Outbox::write() {
     }
     first.sent += sent.size;
     waitingBytes_ -= sent.size;
-    if (first.sent == first.message.bytes.size()) waiting_.pop_front();
+    if (first.sent == first.message.bytes.size()) {
+      waitingDescriptors_ -= first.message.descriptors.size();
+      waiting_.pop_front();
+    }
   }
 }
 
 bool Outbox::holdWaiting() {
   if (!hold_ || waitingBytes_ == held_) return true;
   held_ = waitingBytes_;
-  return hold_(waitingBytes_);
+  return hold_(waitingBytes_, waitingDescriptors_);
 }
 
 void Outbox::pumpIfNeeded() {

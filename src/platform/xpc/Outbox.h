@@ -20,8 +20,8 @@ namespace hoist::xpc {
 // thread.
 class Outbox : public std::enable_shared_from_this<Outbox> {
  public:
-  // Called with the bytes that wait; answers whether so much may wait.
-  using Hold = std::function<bool(std::size_t)>;
+  // Called with the bytes and descriptors that wait; answers whether so much may wait.
+  using Hold = std::function<bool(std::size_t bytes, std::size_t descriptors)>;
   // Called when its message was not sent: the connection has ended.
   using Unsent = std::function<void()>;
 
@@ -67,7 +67,8 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
   bool pumping_ GUARDED_BY(mutex_) = false;
   std::deque<Waiting> waiting_ GUARDED_BY(mutex_);
   std::size_t waitingBytes_ GUARDED_BY(mutex_) = 0;
-  std::size_t held_ GUARDED_BY(mutex_) = 0;  // what hold_ was told last
+  std::size_t waitingDescriptors_ GUARDED_BY(mutex_) = 0;
+  std::size_t held_ GUARDED_BY(mutex_) = 0;  // the bytes that hold_ was told last
 };
 
 }  // namespace hoist::xpc

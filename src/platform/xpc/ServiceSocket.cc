@@ -125,7 +125,7 @@ bool isLive(const std::string& path) {
 
 ServiceSocket makeServiceSocket(const std::string& path) {
   ServiceSocket made;
-  made.descriptor = makeSocket(0);
+  made.descriptor = makeSocket(SOCK_NONBLOCK);
   auto temporary = fmt::format("{}.{}", path, ::getpid());
   auto address = addressOf(temporary);
   ::unlink(temporary.c_str());
@@ -197,7 +197,12 @@ FileDescriptor connectToService(const std::string& serviceName,
 }
 
 ServiceSocket ServiceSocket::forServiceName(const std::string& serviceName) {
-  if (auto passed = PassedSockets::shared().take(serviceName)) return {std::move(passed), {}, 0, 0};
+  if (auto passed = PassedSockets::shared().take(serviceName)) {
+    // Another process may hold it, too, and take the connection that was waiting just now.
+    int flags = ::fcntl(passed.get(), F_GETFL);
+    systemCall("fcntl", [&] { return ::fcntl(passed.get(), F_SETFL, flags | O_NONBLOCK); });
+    return {std::move(passed), {}, 0, 0};
+  }
   auto path = socketPathForServiceName(serviceName);
   auto folder = path.substr(0, path.rfind('/'));
   makeDirectory(folder);
