@@ -19,7 +19,8 @@ xpc::CallHandler& handler() {
     auto answer = [](dbus::OutgoingMessage message) {
       dbus::Message::parse(std::move(message.bytes), std::move(message.descriptors));
     };
-    auto made = new xpc::CallHandler(answer, {":1.1", 0, true}, "com.kelvo.test", 1 << 20);
+    auto made = new xpc::CallHandler(answer, {":1.1", 0, true, [](std::string_view) {}},
+                                     "com.kelvo.test", 1 << 20);
     auto interface = xpc::Interface::interfaceWithProtocol(xpc::talkingProtocol());
     interface->setClasses({"NSDictionary", "NSArray", "NSString", "NSNumber", "NSData", "NSDate",
                            "NSNull", "NSError", "NSFileHandle"},

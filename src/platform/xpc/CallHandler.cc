@@ -192,6 +192,8 @@ void CallHandler::invoke(dbus::Message& call, const Export& exported, const Meth
 
 void CallHandler::refuse(const dbus::Message& call, std::string_view error,
                          const std::string& text) const {
+  // Client libraries ask for more of the standard interfaces than this object has.
+  if (!call.interface().starts_with("org.freedesktop.DBus.")) caller_.reportRefusal(text);
   if (call.replyExpected()) (*sendAnswer_)(dbus::makeError(call.serial(), error, text));
 }
 

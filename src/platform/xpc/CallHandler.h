@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/Mutex.h"
 #include "platform/dbus/Message.h"
@@ -23,6 +24,8 @@ class CallHandler {
     std::string uniqueName;  // what Hello answers
     uid_t user;
     bool takesDescriptors;  // it has agreed to get some
+    // Told of every call that is refused, with the reason.
+    std::function<void(std::string_view)> reportRefusal;
   };
   // serviceName: this side's, or empty. maximumSize: bytes of an answer.
   CallHandler(SendAnswer sendAnswer, Caller caller, std::string serviceName,

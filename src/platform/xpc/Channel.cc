@@ -94,8 +94,7 @@ Ref<Channel> Channel::forClient(Connect connect, std::optional<std::string> serv
                                nullptr, std::move(serviceName));
   channel->connect_ = std::move(connect);
   // What calls back is the service, which runs as who knows whom.
-  channel->makeCallHandler({makeUniqueName(), ::geteuid(), true}, std::string(),
-                           kHelperMessageSize);
+  channel->makeCallHandler(::geteuid(), true, std::string(), kHelperMessageSize);
   return channel;
 }
 
@@ -105,8 +104,8 @@ Ref<Channel> Channel::forAccepted(Accepted accepted) {
   auto channel =
       make<Channel>(std::move(accepted.reader), std::move(accepted.admission), std::nullopt);
   channel->setSocket(make<const FileDescriptor>(std::move(accepted.socket)));
-  channel->makeCallHandler({makeUniqueName(), user, accepted.descriptorsNegotiated},
-                           std::move(accepted.serviceName), answerSize);
+  channel->makeCallHandler(user, accepted.descriptorsNegotiated, std::move(accepted.serviceName),
+                           answerSize);
   return channel;
 }
 
@@ -117,12 +116,15 @@ Channel::Channel(dbus::FrameReader reader, Ref<Admission> admission,
       outbox_(makeOutbox(admission_)),
       reader_(std::move(reader)) {}
 
-void Channel::makeCallHandler(CallHandler::Caller caller, std::string exportedName,
+void Channel::makeCallHandler(uid_t user, bool takesDescriptors, std::string exportedName,
                               std::size_t maximumAnswer) {
   auto send = [self = weak_from_this()](dbus::OutgoingMessage answer) {
     if (auto channel = self.lock()) channel->sendAnswer(std::move(answer));
   };
-  calls_.emplace(send, std::move(caller), std::move(exportedName), maximumAnswer);
+  // The handler belongs to this channel and runs on its thread.
+  auto reportRefusal = [this](std::string_view why) { report(fmt::format("refused, {}", why)); };
+  calls_.emplace(send, CallHandler::Caller{makeUniqueName(), user, takesDescriptors, reportRefusal},
+                 std::move(exportedName), maximumAnswer);
 }
 
 Channel* Channel::current() {
@@ -241,6 +243,8 @@ bool Channel::open() {
   try {
     auto made = make<const FileDescriptor>(connect_(invalidated_));
     setSocket(made);
+    // Whoever invalidated it before had nothing to shut down.
+    if (invalidated_) return false;
     authenticate(made);
     return true;
   } catch (const std::exception& exception) {
@@ -435,14 +439,15 @@ void Channel::handleAnswer(dbus::Message& message) {
 
 void Channel::drop(std::string_view why) {
   if (dropped_.exchange(true)) return;
-  if (admission_) {
-    reportPeer(admission_->peer(), fmt::format("closed, {}", why));
-  } else {
-    platform::reportTrouble(
-        platform::Severity::Caution,
-        fmt::format("connection to {}: closed, {}", serviceName_.value_or("an endpoint"), why));
-  }
+  report(fmt::format("closed, {}", why));
   shutDown();
+}
+
+void Channel::report(std::string_view what) const {
+  if (admission_) return reportPeer(admission_->peer(), what);
+  platform::reportTrouble(
+      platform::Severity::Caution,
+      fmt::format("connection to {}: {}", serviceName_.value_or("an endpoint"), what));
 }
 
 // ----- Sending -----------------------------------------------------------------------------------

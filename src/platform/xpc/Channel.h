@@ -75,7 +75,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
  private:
   enum class State { kNew, kRunning, kEnded };
 
-  void makeCallHandler(CallHandler::Caller caller, std::string exportedName,
+  void makeCallHandler(uid_t user, bool takesDescriptors, std::string exportedName,
                        std::size_t maximumAnswer);
 
   // The thread: open, read, end.
@@ -99,6 +99,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   Ref<const FileDescriptor> socket() const;
   void shutDown();
   void drop(std::string_view why);
+  void report(std::string_view what) const;
 
   Connect connect_;  // of a client's connection
   const std::optional<std::string> serviceName_;

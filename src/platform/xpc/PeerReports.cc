@@ -18,6 +18,8 @@ namespace {
 // Picked: what somebody who looks for the cause needs, and no flood.
 constexpr unsigned kLinesInWindow = 20;
 constexpr std::chrono::seconds kWindow{10};
+// Of one line. Picked.
+constexpr std::size_t kShownBytes = 500;
 
 class Windows {
  public:
@@ -58,12 +60,21 @@ class Windows {
   std::map<uid_t, Window> windows_ GUARDED_BY(mutex_);
 };
 
+// It may repeat what the peer sent, which must not look like lines of its own.
+std::string shown(std::string_view what) {
+  std::string text(what.substr(0, kShownBytes));
+  for (char& each : text) {
+    if (static_cast<unsigned char>(each) < ' ' || each == '\x7f') each = '?';
+  }
+  return what.size() > kShownBytes ? text + " ..." : text;
+}
+
 }  // namespace
 
 void reportPeer(const Peer& peer, std::string_view what) {
   auto leftOut = Windows::shared().enter(peer.user);
   if (!leftOut) return;
-  auto line = fmt::format("connection of {}: {}", peer.description(), what);
+  auto line = fmt::format("connection of {}: {}", peer.description(), shown(what));
   if (*leftOut > 0) line += fmt::format(" (after {} more of this user's)", *leftOut);
   platform::reportTrouble(platform::Severity::Caution, line);
 }
