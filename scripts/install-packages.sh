@@ -24,7 +24,7 @@ test=(
   clang clang-tidy clang-format llvm libclang-rt-14-dev shellcheck
   libgtest-dev libgmock-dev
   # Independent ends of the wire.
-  dbus dbus-bin python3 python3-dbus python3-gi
+  dbus dbus-bin python3 python3-dbus python3-gi python3-jeepney
   # What looks at running programs from outside.
   strace gdb procps elfutils
   # File systems and what is special about their files.

@@ -20,6 +20,8 @@ using dbus::MessageWriter;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
 
 constexpr std::string_view kPeer = "org.freedesktop.DBus.Peer";
 constexpr std::string_view kIntrospectable = "org.freedesktop.DBus.Introspectable";
@@ -97,6 +99,35 @@ TEST_F(Calls, WithOtherTypesAreRefusedAndNothingIsCalled) {
   EXPECT_EQ(answer.errorText(), "note_ takes (s), not (u)");
   EXPECT_EQ(ask({.member = "note_"}).errorName(), dbus::errors::kInvalidArgs);
   EXPECT_THAT(service_.talker()->notes(), IsEmpty());
+}
+
+TEST_F(Calls, ThatAreRefusedAreReportedWithTheirSender) {
+  ask({.member = "note_"});
+  ASSERT_THAT(log_.linesWith("refused, note_ takes (s), not ()"), SizeIs(1));
+  EXPECT_THAT(log_.linesWith("refused, ")[0],
+              HasSubstr("connection of user " + std::to_string(::geteuid()) + ", process " +
+                        std::to_string(::getpid())));
+  // Client libraries ask for more of the standard interfaces than there is.
+  ask({.interface = "org.freedesktop.DBus.Properties", .member = "GetAll"});
+  // A peer cannot make the lines long.
+  ask({.path = "/" + std::string(100'000, 'x'), .member = "note_"});
+  peer_.send(rawCall({.member = "note_", .flags = dbus::kNoReplyExpected}));
+  hello();
+  auto lines = log_.linesWith("refused, ");
+  ASSERT_THAT(lines, SizeIs(3));
+  EXPECT_LT(lines[1].size(), 1000u);
+}
+
+TEST_F(Calls, ThatAreRefusedForgeNoLinesInTheLog) {
+  ask({.member = "echoObject_reply_", .signature = "(sa{sv})"}, [](MessageWriter& writer) {
+    writer.openStruct();
+    writer.appendString("Evil\nconnection of user 0: all is well");
+    writer.openArray();
+    writer.close();
+    writer.close();
+  });
+  ASSERT_THAT(log_.linesWith("refused, "), SizeIs(1));
+  EXPECT_THAT(log_.linesWith("refused, ")[0], Not(HasSubstr("\n")));
 }
 
 TEST_F(Calls, WithTwoValuesWhereAtMostOneMayBeAreRefused) {

@@ -118,6 +118,17 @@ TEST(ConnectionEnd, CallsNoInvalidationHandlerThatWasCleared) {
   EXPECT_EQ(held.use_count(), 1);
 }
 
+TEST(ConnectionEnd, CallsAnInvalidationHandlerThatIsSetTooLate) {
+  TestService service;
+  auto connection = service.connect();
+  Outcome<> first, second;
+  connection->setInvalidationHandler(first.reply());
+  connection->invalidate();
+  first.values();
+  connection->setInvalidationHandler(second.reply());
+  second.values();
+}
+
 TEST(ConnectionEnd, EndsAConnectionThatNeverBegan) {
   TestService service;
   auto connection = connectionTo(TestService::kName);

@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/DescriptorLimit.h"
+#include "platform/xpc/Limits.h"
 #include "platform/xpc/ServiceSocket.h"
 #include "platform/xpc/testing/Command.h"
 #include "platform/xpc/testing/RawPeer.h"
@@ -195,6 +197,24 @@ TEST_F(Processes, AServiceWithFewDescriptorsKeepsSomeForRoot) {
   EXPECT_EQ(barrier(connect()), nullptr);
 }
 
+TEST_F(Processes, AServiceHasABoundedNumberOfConnectionsForAllUsersAndPlacesForRoot) {
+  platform::raiseDescriptorLimit();
+  auto service = startService({"prlimit", "--nofile=4096:4096"});
+  std::vector<RawPeer> peers;
+  for (std::size_t count = 0; count < kConnectionsOfAllUsers; ++count) {
+    auto user = static_cast<uid_t>(5000 + count / kConnectionsOfOneUser);
+    peers.push_back(RawPeer::asUser(user, folder_ / kName));
+    peers.back().authenticate();
+  }
+  EXPECT_TRUE(RawPeer::asUser(4711, folder_ / kName).isClosed());
+  EXPECT_THAT(service->readLine(), HasSubstr("kConnectionsOfAllUsers"));
+  std::vector<Ref<Connection>> ofRoot;
+  for (std::size_t count = 0; count < kReservedForRoot; ++count) {
+    ofRoot.push_back(connect());
+    EXPECT_EQ(barrier(ofRoot.back()), nullptr);
+  }
+}
+
 // ----- Services that other libraries make --------------------------------------------------------
 
 TEST_F(Processes, AServiceOfGDBusIsCalled) {
@@ -240,11 +260,8 @@ GLib.MainLoop().run()
   EXPECT_THAT(*failed.error()->localizedDescription(), HasSubstr("com.kelvo.Failure: on purpose"));
 }
 
-TEST_F(Processes, AServiceOfSdBusIsCalled) {
-  Command service({HOIST_BUILD_DIR "/bin/sd_bus_test_service", folder_ / kName});
-  ASSERT_EQ(service.readLine(), "ready");
-  auto connection = connect();
-  EXPECT_EQ(barrier(connection), nullptr);
+// Calls a service that answers with the arguments.
+void callWithTextsAndDescriptors(const Ref<Connection>& connection) {
   Outcome<std::string, std::vector<std::string>, Data, std::vector<std::int32_t>> text;
   ask<&Talking::echoText>(connection, text, "a", std::vector<std::string>{"b"},
                           Data::fromString("c"), std::vector<std::int32_t>{4});
@@ -258,6 +275,31 @@ TEST_F(Processes, AServiceOfSdBusIsCalled) {
   ASSERT_EQ(::write(std::get<0>(handle.values()).get(), "x", 1), 1);
   char byte;
   EXPECT_EQ(::read(pipe.reading.get(), &byte, 1), 1);
+}
+
+TEST_F(Processes, AServiceOfSdBusIsCalled) {
+  Command service({HOIST_BUILD_DIR "/bin/sd_bus_test_service", folder_ / kName});
+  ASSERT_EQ(service.readLine(), "ready");
+  auto connection = connect();
+  EXPECT_EQ(barrier(connection), nullptr);
+  callWithTextsAndDescriptors(connection);
+}
+
+TEST_F(Processes, AServiceOfJeepneyIsCalled) {
+  Command service({"/usr/bin/python3", "-B",
+                   HOIST_SOURCE_DIR "/tests/platform/xpc/testing/jeepney_peer.py", "server",
+                   folder_ / kName});
+  ASSERT_EQ(service.readLine(), "ready");
+  auto connection = connect();
+  EXPECT_EQ(barrier(connection), nullptr);
+  callWithTextsAndDescriptors(connection);
+  Outcome<Dictionary, Date> dictionary;
+  Dictionary sent{{"k", Array{1, true, "text", 0.5}}, {"data", Data::fromString("d")}};
+  ask<&Talking::echoDictionary>(connection, dictionary, sent, Date(5));
+  EXPECT_EQ(std::get<0>(dictionary.values()), sent);
+  Outcome<std::string> failed;
+  ask<&Talking::fail>(connection, failed, "on purpose");
+  EXPECT_THAT(*failed.error()->localizedDescription(), HasSubstr("com.kelvo.Failure: on purpose"));
 }
 
 }  // namespace

@@ -105,6 +105,21 @@ TEST_F(RealClients, DbusSendPingsAndCalls) {
   EXPECT_THAT(who.output, HasSubstr("uint32 " + std::to_string(::geteuid())));
 }
 
+TEST_F(RealClients, SdBusCalls) {
+  auto result = runCommand({HOIST_BUILD_DIR "/bin/sd_bus_test_client", service_.address()});
+  EXPECT_EQ(result.status, 0) << result.output;
+  EXPECT_THAT(result.output, HasSubstr("note_ takes (s), not (u)"));
+}
+
+TEST_F(RealClients, JeepneyCalls) {
+  auto result = runCommand({"/usr/bin/python3", "-B",
+                            HOIST_SOURCE_DIR "/tests/platform/xpc/testing/jeepney_peer.py",
+                            "client", service_.socketPath()});
+  EXPECT_EQ(result.status, 0) << result.output;
+  EXPECT_THAT(result.output, HasSubstr("unique name :1."));
+  EXPECT_THAT(result.output, HasSubstr("Error.InvalidArgs note_ takes (s), not (u)"));
+}
+
 TEST_F(RealClients, PythonDbusCalls) {
   auto result = python(R"(
 import dbus.connection, sys

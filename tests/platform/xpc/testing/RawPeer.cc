@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/xpc/testing/RawPeer.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -19,7 +21,7 @@
 namespace hoist::xpc {
 namespace {
 
-constexpr int kPatience = 10'000;
+constexpr int kPatience = 60'000;  // milliseconds
 
 FileDescriptor connectTo(const std::string& path) {
   FileDescriptor socket(
@@ -74,9 +76,10 @@ bool RawPeer::send(const dbus::OutgoingMessage& message) {
   return true;
 }
 
-ssize_t RawPeer::sendWithoutWaiting(std::string_view bytes) {
-  ssize_t sent = ::send(socket(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-  return sent < 0 && errno == EAGAIN ? 0 : sent;
+bool RawPeer::isTaken() const {
+  int waiting = 0;
+  systemCall("ioctl", [&] { return ::ioctl(socket(), SIOCOUTQ, &waiting); });
+  return waiting == 0;
 }
 
 bool RawPeer::waitForInput() {

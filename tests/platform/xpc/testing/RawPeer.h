@@ -15,8 +15,8 @@
 
 namespace hoist::xpc {
 
-// A client that owns its bytes: it can be as impolite as a test wants. Every wait ends after ten
-// seconds with an exception. One thread at a time.
+// A client that owns its bytes: it can be as impolite as a test wants. Every wait ends after a
+// minute with an exception. One thread at a time.
 class RawPeer {
  public:
   // Connects to the socket's path.
@@ -31,8 +31,9 @@ class RawPeer {
   // Blocks while the socket is full. Answers false when the other side has closed.
   bool send(std::string_view bytes, const std::vector<int>& descriptors = {});
   bool send(const dbus::OutgoingMessage& message);
-  // Writes what fits and answers how much that was; -1 when the other side has closed.
-  ssize_t sendWithoutWaiting(std::string_view bytes);
+
+  // Whether the other side has received all that was sent.
+  bool isTaken() const;
 
   // One line of the authentication, without its end. Nothing at the end of the connection.
   std::optional<std::string> readLine();

@@ -55,6 +55,7 @@ const Protocol& talkingProtocol() {
           .method<&Talking::failQuietly>("failQuietly")
           .method<&Talking::wait>("waitWithReply:")
           .method<&Talking::makeText>("makeTextOfSize:reply:", {"size"}, {"text"})
+          .method<&Talking::makeDescriptor>("makeDescriptorWithReply:", {}, {"descriptor"})
           .method<&Talking::askWhoCalls>("askWhoCallsWithReply:", {}, {"user", "process"}));
   return protocol;
 }
@@ -196,8 +197,8 @@ Ref<Connection> TestService::connectToEndpoint() {
   return connection;
 }
 
-bool eventually(const std::function<bool()>& condition) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+bool eventually(const std::function<bool()>& condition, std::chrono::seconds patience) {
+  auto deadline = std::chrono::steady_clock::now() + patience;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

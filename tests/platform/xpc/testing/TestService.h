@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -66,6 +67,7 @@ class Talking : public virtual Serving {
   // Waits until the test opens the gate.
   virtual void wait(Reply<> reply) = 0;
   virtual void makeText(std::uint32_t size, Reply<std::string> reply) = 0;
+  virtual void makeDescriptor(Reply<FileDescriptor> reply) = 0;
   // The user and process of the connection that the call came over.
   virtual void askWhoCalls(Reply<std::uint32_t, std::int32_t> reply) = 0;
 };
@@ -117,6 +119,7 @@ class Talker : public Object, public virtual Talking {
   void makeText(std::uint32_t size, Reply<std::string> reply) override {
     reply(std::string(size, 'x'));
   }
+  void makeDescriptor(Reply<FileDescriptor> reply) override { reply(FileDescriptor::duplicate(0)); }
   void askWhoCalls(Reply<std::uint32_t, std::int32_t> reply) override;
 
   std::vector<std::string> notes() const;
@@ -228,9 +231,10 @@ void ask(const Ref<Connection>& connection, Outcome<Values...>& outcome, Argumen
       ->template send<Function>(std::forward<Arguments>(arguments)..., outcome.reply());
 }
 
-// Waits until the condition holds, which something under way makes true; fails the test after ten
-// seconds.
-bool eventually(const std::function<bool()>& condition);
+// Waits until the condition holds, which something under way makes true; answers whether it does
+// after the given time at most.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::seconds patience = std::chrono::seconds(60));
 
 // What this process holds.
 std::size_t countDescriptors();
