@@ -20,8 +20,8 @@
 // Linux has one call for each attribute where the original has one for all. So the whole change is
 // checked first, against the very item that was read (a descriptor, compared by device and file
 // number, never a second walk of the path), then made in an order in which no one ever has more
-// rights than before or after: restricting flags off, owner, mode, times, flags on. When a step
-// fails, the steps before it are undone.
+// rights than before or after: restricting flags off, rights that are to go, owner, mode, times,
+// flags on. When a step fails, the steps before it are undone.
 //
 // A chown drops the set-ID bits of a file; they are put back, because only the owner was to change.
 
@@ -79,6 +79,7 @@ class Change {
   bool asks(std::uint32_t attribute) const { return (set_ & attribute) != 0; }
   bool checkUnsettable() const;
   bool checkFlags();
+  bool changeOwnerAndMode();
   bool setOwner(std::uint32_t owner, std::uint32_t group);
   bool setMode(unsigned mode);
   bool setModifiedTime(const timespec& time);
@@ -150,28 +151,38 @@ bool Change::apply() {
     if (!setInodeFlags(presentInodeFlags_ & ~kRestrictingInodeFlags)) return false;
     flagsChanged_ = true;
   }
-
-  auto owner = asks(ATTR_CMN_OWNERID) ? values_.ownerID : present_.stx_uid;
-  auto group = asks(ATTR_CMN_GRPID) ? values_.groupID : present_.stx_gid;
-  ownerChanged_ = owner != present_.stx_uid || group != present_.stx_gid;
-  if (ownerChanged_ && !setOwner(owner, group)) {
-    ownerChanged_ = false;
-    return false;
-  }
-
-  auto presentMode = present_.stx_mode & kPermissions;
-  auto mode = asks(ATTR_CMN_ACCESSMASK) ? values_.access & kPermissions : presentMode;
-  bool lostBits = ownerChanged_ && (mode & (S_ISUID | S_ISGID)) != 0;
-  if ((mode != presentMode || lostBits) && !S_ISLNK(present_.stx_mode)) {
-    if (!setMode(mode)) return false;
-    modeChanged_ = true;
-  }
-
+  if (!changeOwnerAndMode()) return false;
   if (asks(ATTR_CMN_MODTIME) && !equal(values_.modifiedTime, timeOf(present_.stx_mtime))) {
     if (!setModifiedTime(values_.modifiedTime)) return false;
     timeChanged_ = true;
   }
   return !flagFile_ || setInodeFlags(wantedInodeFlags_);
+}
+
+bool Change::changeOwnerAndMode() {
+  auto owner = asks(ATTR_CMN_OWNERID) ? values_.ownerID : present_.stx_uid;
+  auto group = asks(ATTR_CMN_GRPID) ? values_.groupID : present_.stx_gid;
+  bool changesOwner = owner != present_.stx_uid || group != present_.stx_gid;
+  auto presentMode = present_.stx_mode & kPermissions;
+  auto mode = asks(ATTR_CMN_ACCESSMASK) ? values_.access & kPermissions : presentMode;
+  bool hasMode = !S_ISLNK(present_.stx_mode);
+
+  if (changesOwner) {
+    // The new owner and group must not have what only the old ones had, not even for a moment.
+    auto kept = presentMode & mode;
+    if (hasMode && kept != presentMode) {
+      if (!setMode(kept)) return false;
+      modeChanged_ = true;
+    }
+    if (!setOwner(owner, group)) return false;
+    ownerChanged_ = true;
+  }
+  bool lostBits = changesOwner && (mode & (S_ISUID | S_ISGID)) != 0;
+  if (hasMode && (mode != presentMode || lostBits)) {
+    if (!setMode(mode)) return false;
+    modeChanged_ = true;
+  }
+  return true;
 }
 
 void Change::undo() {

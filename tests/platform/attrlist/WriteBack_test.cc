@@ -5,11 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <vector>
 
 #include "platform/attrlist/AttributeCalls.h"
 #include "support/AsUser.h"
 #include "support/TemporaryFolder.h"
+#include "support/TracedCalls.h"
 
 namespace hoist::attrlist {
 namespace {
@@ -87,6 +90,41 @@ TEST_F(WriteBack, SetsOwnerAndGroupAndKeepsTheSetIDBits) {
   EXPECT_EQ(put(file_, ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK, {.groupID = 77, .access = 04711}), 0);
   EXPECT_EQ(now(file_).groupID, 77u);
   EXPECT_EQ(modeOf(file_), 04711u);
+}
+
+// Every mode and every change of owner that the kernel was asked for, in order; -1 for an owner.
+std::vector<int> stepsOf(const std::vector<TracedCall>& calls) {
+  constexpr std::uint64_t kFchmodat2 = 452;
+  std::vector<int> steps;
+  for (const auto& call : calls) {
+    if (call.number == kFchmodat2) steps.push_back(static_cast<int>(call.arguments[2]));
+    if (call.number == SYS_chmod) steps.push_back(static_cast<int>(call.arguments[1]));
+    if (call.number == SYS_fchownat) steps.push_back(-1);
+  }
+  // An older kernel is asked in vain, then in the other way.
+  steps.erase(std::unique(steps.begin(), steps.end()), steps.end());
+  return steps;
+}
+
+TEST_F(WriteBack, NeverWidensRightsOnTheWay) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  auto stepsFrom = [&](unsigned mode, std::uint32_t set, const CommonValues& values) {
+    EXPECT_EQ(::chown(file_.c_str(), 1, 1), 0);
+    EXPECT_EQ(::chmod(file_.c_str(), mode), 0);
+    auto calls = systemCallsOf([&] { return [&] { put(file_, set, values); }; });
+    return calls ? stepsOf(*calls) : std::vector<int>{-2};
+  };
+  constexpr std::uint32_t kAll = ATTR_CMN_OWNERID | ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK;
+  // What is to go goes first, the set-user-ID bit comes last.
+  EXPECT_EQ(stepsFrom(0770, kAll, {.ownerID = 2, .groupID = 2, .access = 04711}),
+            (std::vector<int>{0710, -1, 04711}));
+  EXPECT_EQ(stepsFrom(04755, kAll, {.ownerID = 2, .groupID = 2, .access = 0700}),
+            (std::vector<int>{0700, -1, 0700}));
+  EXPECT_EQ(stepsFrom(0600, kAll, {.ownerID = 2, .groupID = 2, .access = 0644}),
+            (std::vector<int>{-1, 0644}));
+  EXPECT_EQ(stepsFrom(06755, ATTR_CMN_OWNERID, {.ownerID = 2}), (std::vector<int>{-1, 06755}));
+  EXPECT_EQ(stepsFrom(0644, ATTR_CMN_ACCESSMASK, {.access = 0600}), (std::vector<int>{0600}));
+  EXPECT_EQ(modeOf(file_), 0600u);
 }
 
 TEST_F(WriteBack, ChangesALinkItselfAndRefusesItAMode) {
