@@ -214,7 +214,7 @@ class FolderBeingRead : public Mounts {
     read_ = directory;
     return names;
   }
-  static constexpr int kFiles = 3000;
+  static constexpr int kFiles = 1500;
   std::string folder_;
   Ref<PXDirectory> read_;
 };

@@ -14,6 +14,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -52,6 +55,17 @@ class TestVolumes {
     return {"ext4", "xfs", "btrfs", "tmpfs", "overlay", "fuse"};
   }
 
+  // Why there can be none of a kind here; nothing when there can. Those of the FAT family are
+  // modules that a kernel need not have; a FUSE program can stand in for one of them.
+  static std::optional<std::string> reasonAgainst(const std::string& kind) {
+    if (kind == "exfat" && std::filesystem::exists(kExFATProgram)) return std::nullopt;
+    std::ifstream types("/proc/filesystems");
+    for (std::string word; types >> word;) {
+      if (word == kind) return std::nullopt;
+    }
+    return "this kernel has no " + kind;
+  }
+
   // A new file system of a kind, mounted under a name in the folder; answers where.
   std::string make(const std::string& kind, const std::string& name, int mebibytes = 0) {
     auto point = newPoint(name);
@@ -62,6 +76,8 @@ class TestVolumes {
       makeOverlay(point, name);
     } else if (kind == "fuse") {
       makeFUSE(point, name);
+    } else if (kind == "exfat" && std::filesystem::exists(kExFATProgram)) {
+      mountByProgram(kExFATProgram, makeImage(kind, name, mebibytes), point);
     } else {
       mountImage(makeImage(kind, name, mebibytes), point);
     }
@@ -76,8 +92,12 @@ class TestVolumes {
     run("truncate -s " + std::to_string(mebibytes) + "M " + image);
     std::string label;
     for (char c : name) label += static_cast<char>(std::toupper(c));
-    run("mkfs." + kind + (kind == "ext4" ? " -q -E lazy_itable_init=1" : " -q") + " -L " + label +
-        " " + image);
+    bool isFAT = kind == "vfat" || kind == "exfat";
+    run("mkfs." + kind +
+        (kind == "ext4" ? " -q -E lazy_itable_init=1"
+         : isFAT        ? ""
+                        : " -q") +
+        (kind == "vfat" ? " -n " : " -L ") + label + " " + image);
     return image;
   }
   std::string mountImage(const std::string& image, const std::string& point,
@@ -90,6 +110,14 @@ class TestVolumes {
     auto point = folder_ / name;
     ::mkdir(point.c_str(), 0755);
     return point;
+  }
+  // The program wants a block device and ends when it is unmounted; the kernel frees the device
+  // then.
+  void mountByProgram(const std::string& program, const std::string& image,
+                      const std::string& point) {
+    run("device=$(losetup --find --show " + image + ") && " + program + " $device " + point +
+        "; result=$?; losetup --detach $device; exit $result");
+    mountPoints_.push_back(point);
   }
   // The folder or file once more at another place.
   std::string bind(const std::string& source, const std::string& name, unsigned long flags = 0) {
@@ -150,6 +178,8 @@ class TestVolumes {
     }
     mountPoints_.push_back(point);
   }
+
+  static constexpr const char* kExFATProgram = "/usr/sbin/mount.exfat-fuse";
 
   TemporaryFolder folder_;
   std::vector<std::string> mountPoints_;

@@ -7,12 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
-#include "platform/ChildTask.h"
 #include "platform/SystemCall.h"
 
 namespace hoist {
@@ -43,23 +41,6 @@ void require(const ProgramResult& result, const std::string& what) {
 }
 
 }  // namespace
-
-ProgramResult runProgram(const std::string& program, const std::vector<std::string>& arguments) {
-  PipeEnds output = makePipe();
-  auto task = ChildTask::launch({.launchPath = program,
-                                 .arguments = arguments,
-                                 .standardOutput = output.writing.get(),
-                                 .standardError = output.writing.get()});
-  output.writing.reset();
-  ProgramResult result{};
-  std::array<char, 4096> buffer;
-  for (ssize_t got; (got = ::read(output.reading.get(), buffer.data(), buffer.size())) > 0;) {
-    result.output.append(buffer.data(), static_cast<std::size_t>(got));
-  }
-  task->waitUntilExit();
-  result.status = task->terminationStatus();
-  return result;
-}
 
 Sandbox& Sandbox::shared() {
   static auto& sandbox = *new Sandbox;

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
+#include "support/RunProgram.h"
 #include "support/TemporaryFolder.h"
 
 namespace hoist {
@@ -35,12 +35,5 @@ class Sandbox {
 
   TemporaryFolder folder_;
 };
-
-// Runs a program to its end with its output captured; standard error goes the same way.
-struct ProgramResult {
-  int status;
-  std::string output;
-};
-ProgramResult runProgram(const std::string& program, const std::vector<std::string>& arguments);
 
 }  // namespace hoist

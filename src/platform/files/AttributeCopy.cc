@@ -72,6 +72,12 @@ mode_t modeFor(const struct stat& status, bool hasOwner) {
   return status.st_mode & kPermissions & ~(hasOwner ? 0 : kSetID);
 }
 
+// A file system without modes of its own (FAT) refuses any other than the one it shows.
+template <class ChangeMode>
+void copyMode(const LazyPath& targetPath, const char* call, ChangeMode&& change) {
+  if (change() != 0 && !cannotHave(errno)) throwSystemCallError(call, targetPath());
+}
+
 }  // namespace
 
 void copyAttributes(int source, const struct stat& status, int target, const LazyPath& targetPath) {
@@ -80,7 +86,7 @@ void copyAttributes(int source, const struct stat& status, int target, const Laz
   bool hasOwner = copyOwner(
       status, present, [&](uid_t owner, gid_t group) { return ::fchown(target, owner, group); });
   copyExtendedAttributes(source, target, targetPath);
-  systemCallOn(targetPath, "fchmod", [&] { return ::fchmod(target, modeFor(status, hasOwner)); });
+  copyMode(targetPath, "fchmod", [&] { return ::fchmod(target, modeFor(status, hasOwner)); });
   timespec times[2] = {status.st_atim, status.st_mtim};
   systemCallOn(targetPath, "futimens", [&] { return ::futimens(target, times); });
 }
@@ -94,7 +100,7 @@ void copyAttributesByName(const struct stat& status, int folder, const char* nam
     return ::fchownat(folder, name, owner, group, AT_SYMLINK_NOFOLLOW);
   });
   if (!S_ISLNK(status.st_mode)) {
-    systemCallOn(targetPath, "fchmodat", [&] {
+    copyMode(targetPath, "fchmodat", [&] {
       return ::fchmodat(folder, name, modeFor(status, hasOwner), AT_SYMLINK_NOFOLLOW);
     });
   }

@@ -1,0 +1,189 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+// The commands about volumes and files, as a shell runs them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "support/RunProgram.h"
+#include "support/TestVolumes.h"
+
+namespace hoist {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+namespace fs = std::filesystem;
+
+ProgramResult hoistctl(std::vector<std::string> arguments) {
+  return runProgram(HOIST_BUILD_DIR "/bin/hoistctl", arguments);
+}
+
+json hoistctlAsJSON(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "--json");
+  auto result = hoistctl(arguments);
+  auto answer = json::parse(result.output, nullptr, false);
+  EXPECT_FALSE(answer.is_discarded()) << result.output;
+  return answer;
+}
+
+class FileCommands : public testing::Test {
+ protected:
+  FileCommands() { ::chmod(folder_.path().c_str(), 0755); }
+  TemporaryFolder folder_;
+};
+
+using Info = FileCommands;
+using List = FileCommands;
+
+TEST_F(Info, TellsAllAboutAFile) {
+  auto path = folder_.write(".hidden file", "content");
+  ::chmod(path.c_str(), 04711);
+  timespec times[2] = {{1, 2}, {1'000'000'000, 123'456'789}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  auto facts = hoistctlAsJSON({"info", path})[0];
+  EXPECT_EQ(facts["path"], path);
+  EXPECT_EQ(facts["name"], ".hidden file");
+  EXPECT_EQ(facts["type"], "regular file");
+  EXPECT_EQ(facts["size"], 7);
+  EXPECT_EQ(facts["mode"], "4711");
+  EXPECT_EQ(facts["ownerID"], ::geteuid());
+  EXPECT_EQ(facts["links"], 1);
+  EXPECT_EQ(facts["modified"], "2001-09-09T01:46:40.123456789Z");
+  EXPECT_EQ(facts["hidden"], true);
+  EXPECT_EQ(facts["excludedFromBackup"], false);
+  EXPECT_EQ(facts["effectiveAccess"], "rwx");
+  EXPECT_EQ(facts["accessList"], nullptr);
+  struct stat status;
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(facts["fileID"], status.st_ino);
+  auto volume = facts["volume"]["path"].get<std::string>();
+  EXPECT_EQ(fs::path(volume) / facts["volume"]["relativePath"].get<std::string>(), path);
+}
+
+TEST_F(Info, TellsWhereALinkLeadsHoweverLongItIs) {
+  auto target = std::string(3000, 't');
+  fs::create_symlink(target, folder_ / "link");
+  auto facts = hoistctlAsJSON({"info", folder_ / "link"})[0];
+  EXPECT_EQ(facts["type"], "symbolic link");
+  EXPECT_EQ(facts["target"], target);
+}
+
+TEST_F(Info, CountsAFoldersChildren) {
+  folder_.write("sub/x", "");
+  folder_.write("sub/CACHEDIR.TAG", "Signature: 8a477f597d28d172789f06886806bc55");
+  auto facts = hoistctlAsJSON({"info", folder_ / "sub"})[0];
+  EXPECT_EQ(facts["type"], "directory");
+  EXPECT_EQ(facts["count"], 2);
+  EXPECT_EQ(facts["mountPoint"], false);
+  EXPECT_EQ(facts["excludedFromBackup"], true);
+}
+
+TEST_F(Info, GoesOnAfterAPathThatLeadsNowhere) {
+  auto path = folder_.write("x", "");
+  auto result = hoistctl({"--json", "info", folder_ / "missing", path, ""});
+  EXPECT_EQ(result.status, 1);
+  auto facts = json::parse(result.output);
+  EXPECT_EQ(facts[0]["error"], "there is nothing");
+  EXPECT_EQ(facts[1]["name"], "x");
+  EXPECT_TRUE(facts[2].contains("error"));
+}
+
+TEST_F(Info, TakesPathsFromWhereItStandsAndShowsThemToPeople) {
+  folder_.write("odd\n\xff", "");
+  auto result =
+      runProgram("/usr/bin/env", {"--chdir=" + folder_.path(), HOIST_BUILD_DIR "/bin/hoistctl",
+                                  "info", "odd\n\xff", "./odd\n\xff"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.output, HasSubstr("odd\\012"));
+  EXPECT_THAT(result.output, HasSubstr("odd%0A%FF"));
+  EXPECT_THAT(result.output, Not(HasSubstr("odd\n")));
+}
+
+TEST_F(List, IsInTheFileBrowsersOrder) {
+  for (auto name : {"file 10", "File 9", "a", "B"}) folder_.write(name, "");
+  EXPECT_EQ(hoistctl({"ls", folder_.path()}).output, "a\nB\nFile 9\nfile 10\n");
+  auto list = hoistctlAsJSON({"ls", folder_.path()});
+  ASSERT_EQ(list.size(), 4u);
+  EXPECT_EQ(list[2]["name"], "File 9");
+  EXPECT_EQ(list[2]["type"], "regular file");
+}
+
+TEST_F(List, ShowsTheDetailsWhenAsked) {
+  ::chmod(folder_.write("tool", "12345").c_str(), 06750);
+  fs::create_symlink("tool", folder_ / "link");
+  fs::create_directory(folder_ / "sub");
+  ::chmod((folder_ / "sub").c_str(), 01777);
+  auto output = hoistctl({"ls", "-l", folder_.path()}).output;
+  EXPECT_THAT(output, testing::ContainsRegex("-rwsr-s---  1  .*  5  [-0-9]+ [0-9:]+  tool\n"));
+  EXPECT_THAT(output, testing::ContainsRegex("lrwxrwxrwx .* link -> tool\n"));
+  EXPECT_THAT(output, testing::ContainsRegex("drwxrwxrwt .* -  .* sub\n"));
+}
+
+TEST_F(List, SaysWhenAFolderIsNoneOrCannotBeRead) {
+  auto file = folder_.write("file", "");
+  for (const std::string& path : {file, folder_ / "missing", std::string()}) {
+    auto result = hoistctl({"ls", path});
+    EXPECT_EQ(result.status, 1) << path;
+    EXPECT_THAT(result.output, HasSubstr("no such folder"));
+  }
+  if (::geteuid() != 0) return;
+  fs::create_directory(folder_ / "closed");
+  ::chmod((folder_ / "closed").c_str(), 0711);
+  auto result =
+      runProgram("/usr/bin/setpriv", {"--reuid=65534", "--clear-groups",
+                                      HOIST_BUILD_DIR "/bin/hoistctl", "ls", folder_ / "closed"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("the folder cannot be read"));
+}
+
+TEST_F(List, FollowsALinkToAFolder) {
+  folder_.write("sub/x", "");
+  fs::create_symlink("sub", folder_ / "link");
+  EXPECT_EQ(hoistctl({"ls", folder_ / "link"}).output, "x\n");
+}
+
+TEST(Volumes, AreListedWithSizesAndIdentity) {
+  if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
+  TestVolumes volumes;
+  auto point = volumes.make("ext4", "data");
+  auto table = hoistctl({"volumes"});
+  EXPECT_EQ(table.status, 0);
+  EXPECT_THAT(table.output, testing::ContainsRegex("^Name +Type +Device +Size +Free +Available +"
+                                                   "Identity +Mounted on\n"));
+  EXPECT_THAT(table.output, testing::ContainsRegex("\nDATA +ext4 +/dev/loop[0-9]+ .* " + point));
+  EXPECT_THAT(table.output, Not(HasSubstr("/proc\n")));
+  EXPECT_THAT(hoistctl({"volumes", "--all"}).output, HasSubstr("/proc\n"));
+
+  auto list = hoistctlAsJSON({"volumes"});
+  auto volume = std::find_if(list.begin(), list.end(), [&](auto& v) { return v["path"] == point; });
+  ASSERT_NE(volume, list.end());
+  EXPECT_EQ((*volume)["name"], "DATA");
+  EXPECT_EQ((*volume)["writable"], true);
+  EXPECT_GT((*volume)["totalBytes"], 50'000'000);
+  EXPECT_FALSE(volume->contains("capabilities"));
+}
+
+TEST(Volumes, TellWhatTheyCanDoOnDemand) {
+  if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
+  TestVolumes volumes;
+  auto point = volumes.make("btrfs", "data");
+  EXPECT_THAT(hoistctl({"volumes", "--capabilities"}).output,
+              HasSubstr("\n" + point + "\n  hasPersistentObjects\n"));
+  auto list = hoistctlAsJSON({"volumes", "-c"});
+  auto volume = std::find_if(list.begin(), list.end(), [&](auto& v) { return v["path"] == point; });
+  ASSERT_NE(volume, list.end());
+  EXPECT_EQ((*volume)["capabilities"]["hasFileCloning"], true);
+  EXPECT_EQ((*volume)["capabilities"]["hasExchangeData"], false);
+  EXPECT_EQ((*volume)["capabilities"].size(), 32u);
+}
+
+}  // namespace
+}  // namespace hoist
