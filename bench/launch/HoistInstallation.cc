@@ -3,6 +3,7 @@
 #include "launch/HoistInstallation.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -52,6 +53,7 @@ HoistInstallation::HoistInstallation() {
   connectAsUser();
   // The first launch verifies the signature and keeps the bytes; the others find them.
   launch();
+  waitForTheEndOfTheHelper();
 }
 
 HoistInstallation::~HoistInstallation() {
@@ -61,8 +63,8 @@ HoistInstallation::~HoistInstallation() {
 }
 
 void HoistInstallation::installHelper() {
-  run(HOIST_SOURCE_DIR "/examples/signing/install-helper " + folder_.path() + " " + kPrograms + " " +
-      HOIST_BUILD_DIR "/helper/bench_helper " + std::to_string(kUser) + " " +
+  run(HOIST_SOURCE_DIR "/examples/signing/install-helper " + folder_.path() + " " + kPrograms +
+      " " + HOIST_BUILD_DIR "/helper/bench_helper " + std::to_string(kUser) + " " +
       std::string(product::kTrustDirectory));
   helper_ = folder_ / "KelvoHelper.app/Contents/Linux/KelvoHelper";
 }
@@ -126,6 +128,12 @@ void HoistInstallation::launch() {
       });
   wait(lock);
   if (!endpoint_) throw std::runtime_error("the hoist did not launch the helper");
+}
+
+void HoistInstallation::waitForTheEndOfTheHelper() {
+  pollfd endpoint = {endpoint_->descriptor(), 0, 0};
+  const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
+  if (::poll(&endpoint, 1, patience) != 1) throw std::runtime_error("the helper does not end");
 }
 
 }  // namespace hoist::bench

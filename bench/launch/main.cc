@@ -74,6 +74,7 @@ class Hoist {
  public:
   void measure(Latencies& latencies) {
     latencies.measure([&] { installation_.launch(); });
+    installation_.waitForTheEndOfTheHelper();
   }
 
  private:
