@@ -13,6 +13,8 @@ if(HOIST_SANITIZER)
   target_precompile_headers(hoist_precompiled PRIVATE ${precompiled_headers})
 endif()
 if(HOIST_BUILD_TESTS)
+  # Every test program and what it starts, and nothing else.
+  add_custom_target(all_tests)
   # The tests are not what is tested: they compile in half the time without optimisation.
   set(test_options -O0 -g1)
   file(WRITE ${PROJECT_BINARY_DIR}/precompiled_tests.cc "int main() {}")
@@ -69,6 +71,7 @@ function(hoist_tests name)
     set(ARG_TIMEOUT 120)
   endif()
   add_executable(${name}_test ${sources})
+  add_dependencies(all_tests ${name}_test)
   target_link_libraries(${name}_test PRIVATE hoist_options ${ARG_DEPENDS} ${sanitizer_defaults}
     GTest::gmock GTest::gtest_main)
   target_include_directories(${name}_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
@@ -79,13 +82,19 @@ function(hoist_tests name)
     PROPERTIES TIMEOUT ${ARG_TIMEOUT} RUN_SERIAL ${ARG_SERIAL} LABELS "${ARG_LABELS}")
 endfunction()
 
-# hoist_fuzzer(NAME [SOURCES sources...] DEPENDS targets...): a libFuzzer program fuzz_NAME of NAME.cc and the sources.
+# hoist_fuzzer(NAME [SOURCES sources...] DEPENDS targets...): a libFuzzer program fuzz_NAME of NAME.cc and the sources, and
+# a test that it runs.
 function(hoist_fuzzer name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(fuzz_${name} ${name}.cc ${ARG_SOURCES})
   target_include_directories(fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_compile_options(fuzz_${name} PRIVATE -fsanitize=fuzzer-no-link)
   target_link_libraries(fuzz_${name} PRIVATE hoist_options ${ARG_DEPENDS} -fsanitize=fuzzer)
   set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzz)
+  if(HOIST_BUILD_TESTS)
+    add_test(NAME fuzz.${name} COMMAND fuzz_${name} -runs=2000 -seed=1)
+    set_tests_properties(fuzz.${name} PROPERTIES TIMEOUT 120 LABELS fuzz)
+  endif()
 endfunction()
 
 # hoist_benchmark(NAME DEPENDS targets...): the program bench_NAME of every source of the folder, which ./bench runs.
