@@ -12,9 +12,11 @@ endif()
 
 find_program(HOIST_CCACHE ccache)
 if(HOIST_CCACHE)
-  set(CMAKE_C_COMPILER_LAUNCHER ${HOIST_CCACHE})
-  # What ccache has to overlook where headers are compiled ahead: it looks at those headers itself.
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${HOIST_CCACHE})
+  # Nothing in an object depends on where the tree lies (-ffile-prefix-map), so another build folder or checkout may take
+  # it. The sloppiness is what ccache asks for where headers are compiled ahead: it looks at those headers itself.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1
+    CCACHE_SLOPPINESS=pch_defines,time_macros ${HOIST_CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER ${CMAKE_CXX_COMPILER_LAUNCHER})
 endif()
 
 # Sanitizers: "address" (with undefined behaviour) or "thread"; empty for none.
@@ -30,10 +32,6 @@ target_include_directories(hoist_options INTERFACE ${PROJECT_SOURCE_DIR}/src ${P
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(hoist_options INTERFACE -Wthread-safety)
 else()
-  # g++ 12 sees overlaps in the C++ library's own string concatenation once it optimises fully (GCC bug 105651).
-  target_compile_options(hoist_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
-endif()
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # False alarms of g++ 12 about joined strings at -O3 (GCC bug 105651).
   target_compile_options(hoist_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
 endif()
