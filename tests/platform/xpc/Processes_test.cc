@@ -119,6 +119,18 @@ TEST_F(Processes, AClientThatIsKilledIsForgotten) {
 
 // ----- Sockets that a service manager passes -----------------------------------------------------
 
+// The name of a socket that the manager makes is there before it takes connections: whether the
+// kernel lists it as one that does.
+bool isListening(const std::string& path) {
+  constexpr const char* kAcceptsConnections = " 00010000 ";  // __SO_ACCEPTCON, proc_net_unix(5)
+  std::ifstream sockets("/proc/net/unix");
+  for (std::string line; std::getline(sockets, line);) {
+    if (line.ends_with(" " + path) && line.find(kAcceptsConnections) != std::string::npos)
+      return true;
+  }
+  return false;
+}
+
 std::vector<std::string> activate(std::vector<std::string> paths, const std::string& names) {
   std::vector<std::string> command{"systemd-socket-activate"};
   for (const auto& path : paths) command.push_back("--listen=" + path);
@@ -130,7 +142,7 @@ TEST_F(Processes, TheOnlyPassedSocketIsTakenWhateverItsName) {
   auto command = activate({folder_ / "elsewhere"}, "some-name");
   command.insert(command.end(), {kProgram, folder_ / "runtime", kName});
   Command manager(command);
-  ASSERT_TRUE(eventually([&] { return std::filesystem::exists(folder_ / "elsewhere"); }));
+  ASSERT_TRUE(eventually([&] { return isListening(folder_ / "elsewhere"); }));
   // Nothing runs before the first connection.
   EXPECT_EQ(barrier(connect("elsewhere")), nullptr);
   EXPECT_FALSE(std::filesystem::exists(folder_ / "runtime"));
@@ -140,7 +152,7 @@ TEST_F(Processes, AmongPassedSocketsTheOneOfTheNameIsTaken) {
   auto command = activate({folder_ / "first", folder_ / "second"}, std::string("other:") + kName);
   command.insert(command.end(), {kProgram, folder_ / "runtime", kName});
   Command manager(command);
-  ASSERT_TRUE(eventually([&] { return std::filesystem::exists(folder_ / "second"); }));
+  ASSERT_TRUE(eventually([&] { return isListening(folder_ / "second"); }));
   EXPECT_EQ(barrier(connect("second")), nullptr);
 }
 
@@ -148,7 +160,7 @@ TEST_F(Processes, PassedSocketsOfOtherNamesAreLeftAlone) {
   auto command = activate({folder_ / "first", folder_ / "second"}, "one:two");
   command.insert(command.end(), {kProgram, folder_ / "runtime", kName});
   Command manager(command);
-  ASSERT_TRUE(eventually([&] { return std::filesystem::exists(folder_ / "second"); }));
+  ASSERT_TRUE(eventually([&] { return isListening(folder_ / "second"); }));
   RawPeer waking(folder_ / "first");
   ASSERT_TRUE(eventually([&] { return std::filesystem::exists((folder_ / "runtime/") + kName); }));
   setRuntimeDirectory(folder_ / "runtime");
