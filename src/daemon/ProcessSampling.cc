@@ -8,14 +8,13 @@
 
 #include "daemon/ProcessSampling.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/fsuid.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <fstream>
+#include <filesystem>
 #include <map>
-#include <sstream>
 
 #include "daemon/HelperRegistry.h"
 #include "exceptions/KLException.h"
@@ -23,7 +22,9 @@
 #include "logging/Logger.h"
 #include "platform/ChildTask.h"
 #include "platform/Dispatch.h"
+#include "platform/ProcessIdentity.h"
 #include "platform/SystemCall.h"
+#include "platform/UserIdentity.h"
 #include "platform/xpc/Limits.h"
 #include "platform/xpc/OperationRefused.h"
 
@@ -32,18 +33,6 @@ namespace {
 
 constexpr const char* kBlockName =
     "__44-[TesselHoister asyncSample:report:withReply:]_block_invoke";
-
-// Real, effective, saved and file-system user of a process; empty when there is none.
-std::vector<uid_t> usersOfProcess(pid_t process) {
-  std::ifstream status("/proc/" + std::to_string(process) + "/status");
-  std::vector<uid_t> users;
-  for (std::string line; std::getline(status, line);) {
-    if (!line.starts_with("Uid:")) continue;
-    std::istringstream numbers(line.substr(4));
-    for (uid_t user; numbers >> user;) users.push_back(user);
-  }
-  return users;
-}
 
 // The sampling jobs of each user that run.
 class JobCounter {
@@ -69,27 +58,30 @@ class JobCounter {
   std::map<uid_t, std::size_t> jobs_ GUARDED_BY(mutex_);
 };
 
-// The thread has the user's rights to files while this lives.
-class FileSystemIdentity {
- public:
-  explicit FileSystemIdentity(uid_t user) : previous_(static_cast<uid_t>(::setfsuid(user))) {}
-  ~FileSystemIdentity() { ::setfsuid(previous_); }
-  FileSystemIdentity(const FileSystemIdentity&) = delete;
-  FileSystemIdentity& operator=(const FileSystemIdentity&) = delete;
-
- private:
-  uid_t previous_;
-};
-
 void logSecurity(const char* reason, pid_t process, const std::string& report) {
   auto exception = KLException::exceptionWithName("Security", reason);
   exception.setStrPath(Value(report)).setDecimalDetail(process, "Process");
   Logger::logException(exception);
 }
 
-void widenReport(const std::string& report, uid_t user) {
-  FileSystemIdentity identity(user);
-  auto info = PXFileInfo::infoForPath(report);
+// The tool opens the report with the user's rights and refuses the same; asked beforehand, so that
+// the log has a reason.
+bool mayBeReport(const std::string& path, const platform::UserIdentity& user) {
+  platform::UsersFileRights rights(user);
+  struct stat status;
+  if (::lstat(path.c_str(), &status) == 0) {
+    return S_ISREG(status.st_mode) && ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+  }
+  if (errno != ENOENT) return false;
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+void widenReport(const std::string& report, const platform::UserIdentity& user) {
+  // Outlives the rights: its release may begin a thread, which would inherit them.
+  Ref<PXFileInfo> info;
+  platform::UsersFileRights rights(user);
+  info = PXFileInfo::infoForPath(report);
   if (!info || !info->isRegularFile()) return;
   info->setAccess(static_cast<std::uint16_t>(info->access() | kReportWriteBits));
   info->setModifiedAttributes();
@@ -99,15 +91,18 @@ void runJob(const SampleRequest& request, std::size_t index) {
   pid_t process = request.processes[index];
   const std::string& report = request.reports[index];
   if (!mayBeSampled(process, request.user)) {
-    logSecurity("process must not be sampled for its client", process, report);
-    return;
+    return logSecurity("process must not be sampled for its client", process, report);
+  }
+  const auto user = platform::UserIdentity::ofUser(request.user);
+  if (!mayBeReport(report, user)) {
+    return logSecurity("report must not be written by its client", process, report);
   }
   auto tool = ChildTask::launch({.launchPath = request.tool,
                                  .arguments = {std::to_string(process), "-file", report},
                                  .environment = {{}},
                                  .realUser = request.user});
   tool->waitUntilExit();
-  widenReport(report, request.user);
+  widenReport(report, user);
   Logger::log(classification::Debug, [&] {
     return fmt::format("{} sample of process {} written to {}", kBlockName, process, report);
   });
@@ -155,13 +150,8 @@ void sampleAndReply(const Ref<const SampleRequest>& request, const xpc::Reply<bo
 bool mayBeSampled(pid_t process, uid_t user) {
   if (user == 0) return true;
   if (HelperRegistry::shared().isHelperOf(process, user)) return true;
-  auto users = usersOfProcess(process);
-  if (users.empty() || std::ranges::any_of(users, [&](uid_t each) { return each != user; }))
-    return false;
-  // The kernel shows a process that its user must not look into as root's.
-  struct stat folder;
-  std::string path = "/proc/" + std::to_string(process);
-  return ::stat(path.c_str(), &folder) == 0 && folder.st_uid == user;
+  const auto identity = platform::ProcessIdentity::ofProcess(process);
+  return identity && identity->isWholly(user);
 }
 
 void sampleProcesses(SampleRequest request, const xpc::Reply<bool>& reply) {
