@@ -34,6 +34,16 @@ void startForClient() {
   if (::setregid(kClient, 0) != 0 || ::setresuid(kClient, 0, 0) != 0) ::_exit(9);
 }
 
+// As the hoist starts a helper for the client.
+void becomeHelper() {
+  if (::setresuid(0, kClient, kClient) != 0) ::_exit(9);
+}
+
+// A process of the client's own.
+struct ClientsTarget : Target {
+  ClientsTarget() : Target("bare", "stir", 1, 5, becomeClient) {}
+};
+
 class SamplerRights : public testing::Test {
  protected:
   void SetUp() override {
@@ -57,7 +67,7 @@ class SamplerRights : public testing::Test {
 };
 
 TEST_F(SamplerRights, OfTheClientDecideWhereAReportMayGo) {
-  Target target("bare");  // root's own: whether the client may sample it is the daemon's matter
+  ClientsTarget target;
   Outcome outcome = runSampler(arguments(target.id(), "clients/report"), startForClient);
   EXPECT_EQ(outcome.status, 0) << outcome.output;
   EXPECT_EQ(ParsedReport(folder_.contents("clients/report")).contradiction(), "");
@@ -71,7 +81,7 @@ TEST_F(SamplerRights, OfTheClientDecideWhereAReportMayGo) {
 }
 
 TEST_F(SamplerRights, OfTheClientDecideWhatMayBeOverwritten) {
-  Target target("bare");
+  ClientsTarget target;
   folder_.write("clients/roots file", "precious");
   ::chmod(folder_.path("clients/roots file").c_str(), 0644);
   EXPECT_EQ(runSampler(arguments(target.id(), "clients/roots file"), startForClient).status, 1);
@@ -86,7 +96,7 @@ TEST_F(SamplerRights, OfTheClientDecideWhatMayBeOverwritten) {
 }
 
 TEST_F(SamplerRights, AreNotLentToAGroupOfRoot) {
-  Target target("bare");
+  ClientsTarget target;
   std::filesystem::create_directory(folder_.path("groups"));
   ::chmod(folder_.path("groups").c_str(),
           0770);  // root:root, and the tool starts with root's groups
@@ -102,7 +112,7 @@ TEST_F(SamplerRights, AreNotLentToAGroupOfRoot) {
 }
 
 TEST_F(SamplerRights, FollowNoLink) {
-  Target target("bare");
+  ClientsTarget target;
   folder_.write("precious", "precious");
   ::chmod(folder_.path("precious").c_str(), 0666);
   std::filesystem::create_symlink(folder_.path("precious"), folder_.path("clients/link"));
@@ -119,7 +129,7 @@ TEST_F(SamplerRights, FollowNoLink) {
 }
 
 TEST_F(SamplerRights, WriteToRegularFilesOnly) {
-  Target target("bare");
+  ClientsTarget target;
   ASSERT_EQ(::mkfifo(folder_.path("fifo").c_str(), 0666), 0);
   FileDescriptor reader(::open(folder_.path("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   for (const std::string& path : {folder_.path("fifo"), folder_.path("clients"),
@@ -131,7 +141,7 @@ TEST_F(SamplerRights, WriteToRegularFilesOnly) {
 }
 
 TEST_F(SamplerRights, AreGoneOnceAttached) {
-  Target target("bare");
+  ClientsTarget target;
   for (bool forClient : {false, true}) {
     Program sampler(samplerCommand(arguments(target.id(), "clients/report", "600")),
                     forClient ? std::function<void()>(startForClient) : std::function<void()>());
@@ -142,7 +152,8 @@ TEST_F(SamplerRights, AreGoneOnceAttached) {
          std::filesystem::directory_iterator("/proc/" + std::to_string(sampler.id()) + "/task")) {
       const pid_t thread = std::stoi(entry.path().filename());
       EXPECT_TRUE(eventually([&] { return statusField(thread, "Uid") == all; }));
-      EXPECT_EQ(statusField(thread, "Gid"), all);
+      // A user that is in no database has nobody's group.
+      EXPECT_EQ(statusField(thread, "Gid"), "65534\t65534\t65534\t65534");
       EXPECT_EQ(statusField(thread, "Groups"), "");
       for (const char* set : {"CapEff", "CapPrm", "CapInh", "CapAmb"}) {
         EXPECT_EQ(statusField(thread, set), "0000000000000000") << set;
@@ -175,6 +186,46 @@ TEST_F(SamplerRights, OfAnOrdinaryUserAreNotEnoughForAnothersProcess) {
   EXPECT_NE(outcome.output.find("may not be looked into: Permission denied"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(folder_.path("clients/report")));
   EXPECT_EQ(runSampler(arguments(1, "clients/report"), becomeClient).status, 1);
+}
+
+TEST_F(SamplerRights, OfRootAreNotLentForAnothersProcess) {
+  const std::function<void()> others[] = {
+      {},  // root's
+      [] {
+        if (::setresuid(kClient + 1, kClient + 1, kClient + 1) != 0) ::_exit(9);
+      },
+      [] {
+        if (::setresuid(kClient, 0, 0) != 0) ::_exit(9);  // started by the client, set-user-ID
+      },
+      [] {
+        if (::setresuid(0, kClient + 1, kClient + 1) != 0) ::_exit(9);  // another user's helper
+      }};
+  for (const auto& become : others) {
+    Target target("bare", "stir", 1, 5, become);
+    const Outcome outcome = runSampler(arguments(target.id(), "clients/report"), startForClient);
+    EXPECT_EQ(outcome.output, "sample: process " + std::to_string(target.id()) +
+                                  " is not for user " + std::to_string(kClient) +
+                                  " to look into\n");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_FALSE(std::filesystem::exists(folder_.path("clients/report")));
+  }
+}
+
+TEST_F(SamplerRights, OfRootAreNotLentForASecretOfTheClientsProcess) {
+  // Not dumpable: the kernel shows it to root only, as a program with capabilities.
+  Target target("bare", "secret", 1, 5, becomeClient);
+  const Outcome outcome = runSampler(arguments(target.id(), "clients/report"), startForClient);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.output.find("not for user"), std::string::npos) << outcome.output;
+  // Root itself may.
+  EXPECT_EQ(runSampler(arguments(target.id(), "report")).status, 0);
+}
+
+TEST_F(SamplerRights, OfRootAreLentForTheClientsHelper) {
+  Target target("bare", "stir", 1, 5, becomeHelper);
+  const Outcome outcome = runSampler(arguments(target.id(), "clients/report"), startForClient);
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_TRUE(ParsedReport(folder_.contents("clients/report")).has("kitchen::stir"));
 }
 
 TEST_F(SamplerRights, ReachTheReportBeforeAnythingElse) {

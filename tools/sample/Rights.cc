@@ -13,8 +13,6 @@
 #include <fmt/format.h>
 #include <grp.h>
 #include <linux/capability.h>
-#include <pwd.h>
-#include <sys/fsuid.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -67,7 +65,7 @@ void becomeUser(uid_t user, gid_t group, const std::vector<gid_t>& groups) {
 }
 
 void leaveRoot() {
-  if (UserIdentity user = realUser(); user.user != 0) {
+  if (const platform::UserIdentity user = realUser(); user.user != 0) {
     becomeUser(user.user, user.group, user.groups);
     return;
   }
@@ -87,44 +85,12 @@ void clearCapabilities() {
 
 }  // namespace
 
-UserIdentity realUser() {
-  UserIdentity identity{::getuid(), ::getgid(), {}};
-  char buffer[16 * 1024];
-  passwd entry;
-  passwd* found = nullptr;
-  if (::getpwuid_r(identity.user, &entry, buffer, sizeof buffer, &found) != 0 || !found) {
-    // A user without an entry has no groups; root's must not be lent to it.
-    if (isSetUserID() && identity.group == 0) identity.group = kNobody;
-    return identity;
-  }
-  identity.group = entry.pw_gid;
-  int count = 256;
-  identity.groups.resize(static_cast<std::size_t>(count));
-  while (::getgrouplist(entry.pw_name, entry.pw_gid, identity.groups.data(), &count) < 0) {
-    identity.groups.resize(static_cast<std::size_t>(count));
-  }
-  identity.groups.resize(static_cast<std::size_t>(count));
-  return identity;
+platform::UserIdentity realUser() {
+  return platform::UserIdentity::ofUser(::getuid());
 }
 
-RealUsersFileRights::RealUsersFileRights() : changed_(isSetUserID()) {
-  if (!changed_) return;
-  UserIdentity user = realUser();
-  if (::geteuid() == 0) {
-    systemCall("setgroups", [&] { return ::setgroups(user.groups.size(), user.groups.data()); });
-  }
-  ::setfsgid(user.group);
-  ::setfsuid(user.user);
-  // setfsuid answers the identity that was in force before, never a failure: ask once more.
-  if (static_cast<uid_t>(::setfsuid(static_cast<uid_t>(-1))) != user.user) {
-    throw Refusal(fmt::format("cannot take the file rights of user {}", user.user));
-  }
-}
-
-RealUsersFileRights::~RealUsersFileRights() {
-  if (!changed_) return;
-  ::setfsuid(::geteuid());
-  ::setfsgid(::getegid());
+RealUsersFileRights::RealUsersFileRights() {
+  if (isSetUserID()) rights_.emplace(realUser());
 }
 
 void dropRights() {

@@ -2,35 +2,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
-#include <vector>
+#include <optional>
+
+#include "platform/UserIdentity.h"
 
 namespace hoist::sample {
 
-// A user with the groups that the user database gives it.
-struct UserIdentity {
-  uid_t user = 0;
-  gid_t group = 0;
-  std::vector<gid_t> groups;
-};
-
-// The user that stands behind this process: its real user. Started set-user-ID by a daemon (real
-// user a client, effective user root), that is the client.
-UserIdentity realUser();
+// The user that stands behind this process: its real user. Started by a daemon (real user a client,
+// effective user root), that is the client.
+platform::UserIdentity realUser();
 
 // While one lives, the calling thread reaches files with the real user's rights only. Without
-// effect where real and effective user are one. Throws Refusal when the identity cannot be taken.
+// effect where real and effective user are one. Throws SystemCallError when the identity cannot be
+// taken.
 class RealUsersFileRights {
  public:
   RealUsersFileRights();
-  ~RealUsersFileRights();
-  RealUsersFileRights(const RealUsersFileRights&) = delete;
-  RealUsersFileRights& operator=(const RealUsersFileRights&) = delete;
 
  private:
-  bool changed_;
+  std::optional<platform::UsersFileRights> rights_;
 };
 
 // Gives up, for good, everything that only attaching needed: a root process becomes the real user,

@@ -15,6 +15,7 @@
 #include <charconv>
 #include <memory>
 
+#include "platform/ProcessIdentity.h"
 #include "platform/SystemCall.h"
 #include "sample/Refusal.h"
 
@@ -61,6 +62,7 @@ TargetProcess TargetProcess::open(pid_t id) {
   process.openPinned();
   process.refuseWhatHasNoStacks();
   process.openWithRights();
+  process.refuseWhatIsNotTheClients();
   process.refuse32Bit();
   return process;
 }
@@ -108,6 +110,16 @@ void TargetProcess::openWithRights() {
   rootDirectory_.reset(::openat(tasks_.get(), fmt::format("{}/root", *living).c_str(),
                                 O_PATH | O_DIRECTORY | O_CLOEXEC));
   path_ = readLinkAt(tasks_.get(), fmt::format("{}/exe", *living).c_str());
+}
+
+void TargetProcess::refuseWhatIsNotTheClients() const {
+  const uid_t client = ::getuid();
+  if (client == 0 || client == ::geteuid()) return;  // root may, or the kernel decides
+  const auto identity = platform::ProcessIdentity::ofProcessFolder(directory_.get());
+  if (!identity) throw Refusal(fmt::format("process {} has ended", id_));
+  if (!identity->isWholly(client) && !identity->isRootsOnBehalfOf(client)) {
+    throw Refusal(fmt::format("process {} is not for user {} to look into", id_, client));
+  }
 }
 
 void TargetProcess::refuse32Bit() const {

@@ -40,6 +40,11 @@ class TargetProcess {
   // True if its number still is this process's: asked after attaching by number.
   bool isSame() const;
 
+  // Started for a user (real user a client, effective user root), the sampler could look into every
+  // process. This throws Refusal if that user may not: asked once the process's memory is open, and
+  // again once it is held, because it may have become another program in between.
+  void refuseWhatIsNotTheClients() const;
+
   std::vector<pid_t> threads() const;
   bool hasThread(pid_t thread) const;
   // Of one thread; empty when it is gone.

@@ -98,6 +98,7 @@ void Tracer::attach() {
                       : tracerOf(process_));
   }
   if (!process_.isSame()) throw Refusal(fmt::format("process {} has ended", process_.id()));
+  process_.refuseWhatIsNotTheClients();
 }
 
 // True if there was one.

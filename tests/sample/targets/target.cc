@@ -4,12 +4,12 @@
 // A program to be sampled: target MODE THREADS DEPTH. Each thread calls kitchen::Cook::descend
 // DEPTH times and then does what MODE says at the bottom: "stir" computes, "wait" sleeps in
 // epoll_wait, "rest" sleeps on a lock, "signal" computes inside a signal handler, "vfork" waits in
-// the kernel for a child, "churn" begins and ends threads. It says "ready" on standard output when
-// all threads are at the bottom, and then obeys the lines of its standard input: "serve FILE" loads
-// a library and has a new thread call its serve(), "map FILE" maps the file as if it were a
-// program, "exec FILE" becomes another program, "quit" ends the first thread alone. The answer to
-// each line, known or not, is "turns N": how much the computing threads have done. It ends with
-// standard input.
+// the kernel for a child, "secret" computes and lets nobody look into it, "churn" begins and ends
+// threads. It says "ready" on standard output when all threads are at the bottom, and then obeys
+// the lines of its standard input: "serve FILE" loads a library and has a new thread call its
+// serve(), "map FILE" maps the file as if it were a program, "exec FILE" becomes another program,
+// "quit" ends the first thread alone. The answer to each line, known or not, is "turns N": how much
+// the computing threads have done. It ends with standard input.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -72,6 +72,7 @@ struct Cook {
       asm volatile("" : "+r"(below));  // no tail call, no loop
       return below + 1;
     }
+    if (mode == "secret") prctl(PR_SET_DUMPABLE, 0);
     ready.fetch_add(1);
     if (mode == "wait") {
       int events = epoll_create1(EPOLL_CLOEXEC);
