@@ -2,11 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sample/CallGraph.h"
 
-#include <glib.h>
 #include <gtest/gtest.h>
 
 #include "ParsedReport.h"
-#include "sample/FlameGraph.h"
+#include "sample/Flames.h"
 #include "sample/Report.h"
 #include "sample/Sampling.h"
 
@@ -88,71 +87,28 @@ TEST(SampleReport, IsWrittenForAProcessThatWasNeverSeen) {
   EXPECT_EQ(report.header["Ended"], "because the process ended");
 }
 
-// What a strict reader of XML finds in the picture.
-struct Picture {
-  explicit Picture(const std::string& text) {
-    GMarkupParser parser = {begin, nullptr, content, nullptr, nullptr};
-    GMarkupParseContext* context =
-        g_markup_parse_context_new(&parser, G_MARKUP_TREAT_CDATA_AS_TEXT, this, nullptr);
-    GError* error = nullptr;
-    wellFormed = g_markup_parse_context_parse(context, text.data(),
-                                              static_cast<gssize>(text.size()), &error) &&
-                 g_markup_parse_context_end_parse(context, &error);
-    if (error != nullptr) message = error->message;
-    g_clear_error(&error);
-    g_markup_parse_context_free(context);
-  }
-  static void begin(GMarkupParseContext*, const char* element, const char** names,
-                    const char** values, gpointer self, GError**) {
-    auto& picture = *static_cast<Picture*>(self);
-    picture.inTitle = std::string_view(element) == "title";
-    for (int i = 0; names[i] != nullptr; ++i) {
-      const std::string_view name = names[i];
-      if (name == "data-width") picture.widths.push_back(std::stoull(values[i]));
-      picture.loadsSomething = picture.loadsSomething || name == "href" || name == "src";
-    }
-    picture.scripts += std::string_view(element) == "script";
-  }
-  static void content(GMarkupParseContext*, const char* text, gsize length, gpointer self,
-                      GError**) {
-    auto& picture = *static_cast<Picture*>(self);
-    if (picture.inTitle) picture.titles.emplace_back(text, length);
-    picture.inTitle = false;
-  }
-
-  bool wellFormed = false;
-  bool inTitle = false;
-  bool loadsSomething = false;
-  int scripts = 0;
-  std::string message;
-  std::vector<std::uint64_t> widths;
-  std::vector<std::string> titles;
-};
-
-TEST(FlameGraph, IsWellFormedWhateverTheNames) {
-  Picture picture(flameGraph(samplingOf({{stack({3, 2, 1}), 4}, {stack({2, 1}), 2}})));
-  EXPECT_TRUE(picture.wellFormed) << picture.message;
-  EXPECT_EQ(picture.scripts, 1);
-  EXPECT_FALSE(picture.loadsSomething);
-  ASSERT_GE(picture.titles.size(), 3u);
-  EXPECT_EQ(picture.titles[0], "Flame graph of <&\"cook'> [42]");
-  EXPECT_EQ(picture.titles[2], "thread 43 \"a]]><script>\": 6 of 6 samples, 100.00%");
+TEST(Flames, HaveABoxForTheProcessEachThreadAndEachFunction) {
+  const Sampling sampling = samplingOf({{stack({3, 2, 1}), 4}, {stack({2, 1}), 2}}, 1);
+  const flamegraph::FlameGraph graph = flameGraph(sampling);
+  EXPECT_EQ(graph.title, "<&\"cook'> [42]");
+  EXPECT_EQ(graph.subtitle, "10 samples in 1.00 s, 1 threads, 7 stacks");
+  EXPECT_EQ(graph.all.width, 7u);
+  ASSERT_EQ(graph.all.above.size(), 1u);
+  const flamegraph::Box& thread = graph.all.above[0];
+  EXPECT_EQ(thread.name, "thread 43 \"a]]><script>\"");
+  ASSERT_EQ(thread.above.size(), 2u);
+  EXPECT_EQ(thread.above[0].name, "0x1");
+  EXPECT_EQ(thread.above[0].above[0].above[0].name, "0x3");
+  EXPECT_EQ(thread.above[0].above[0].above[0].width, 4u);
 }
 
-TEST(FlameGraph, HasABoxOfTheRightWidthForEveryFunction) {
-  Picture picture(flameGraph(samplingOf({{stack({3, 2, 1}), 4}, {stack({2, 1}), 2}})));
-  // The process, the thread, functions 1 and 2, and function 3 in part of them.
-  EXPECT_EQ(picture.widths, (std::vector<std::uint64_t>{6, 6, 6, 6, 4}));
-}
-
-TEST(FlameGraph, LeavesOutWhatNobodyCouldSeeAndSaysSo) {
-  const std::string text = flameGraph(samplingOf({{stack({1}), 10'000'000}, {stack({2}), 1}}));
-  EXPECT_EQ(Picture(text).widths.size(), 3u);
-  EXPECT_NE(text.find("1 boxes too narrow to be seen are left out."), text.npos);
-}
-
-TEST(FlameGraph, IsDrawnWithoutASingleSample) {
-  EXPECT_TRUE(Picture(flameGraph(samplingOf({}))).wellFormed);
+TEST(Flames, AreThoseOfTheReport) {
+  const Sampling sampling =
+      samplingOf({{stack({3, 2, 1}), 4}, {stack({2, 1}), 2}, {stack({4, 1}), 7}}, 1);
+  const std::string report = reportText(sampling);
+  const auto read = flamegraph::fromReport(report);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(flamegraph::picture(*read), flamegraph::picture(flameGraph(sampling)));
 }
 
 }  // namespace

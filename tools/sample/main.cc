@@ -10,7 +10,7 @@
 #include <exception>
 #include <optional>
 
-#include "sample/FlameGraph.h"
+#include "sample/Flames.h"
 #include "sample/Options.h"
 #include "sample/OutputFile.h"
 #include "sample/Report.h"
@@ -42,7 +42,7 @@ void run(const Options& options) {
   const Sampling sampling =
       sampleProcess(process, {.duration = options.duration, .interval = options.interval});
   report.replaceContents(reportText(sampling));
-  if (picture) picture->replaceContents(flameGraph(sampling));
+  if (picture) picture->replaceContents(hoist::flamegraph::picture(flameGraph(sampling)));
 }
 
 int fail(int status, std::string_view reason) {

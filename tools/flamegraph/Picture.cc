@@ -4,18 +4,16 @@
 // Every box is a nested <svg> whose place and width are percentages: the picture takes the width of
 // its window, the viewer itself cuts texts off at their box, and the script zooms by changing two
 // attributes. All names come from the sampled program, so every one is escaped.
-#include "sample/FlameGraph.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <iterator>
 #include <string_view>
 
-#include "sample/FlameGraphParts.h"
-#include "sample/Sampling.h"
+#include "flamegraph/FlameGraph.h"
+#include "flamegraph/Parts.h"
 
-namespace hoist::sample {
+namespace hoist::flamegraph {
 namespace {
 
 constexpr int kRowHeight = 18;
@@ -65,69 +63,55 @@ std::string colour(std::string_view image) {
 
 class Picture {
  public:
-  explicit Picture(const Sampling& sampling)
-      : sampling_(sampling), whole_(std::max<std::uint64_t>(sampling.stackCount(), 1)) {
-    least_ = static_cast<double>(whole_) * kLeastShare;
-  }
+  explicit Picture(const FlameGraph& graph)
+      : graph_(graph),
+        whole_(std::max<std::uint64_t>(graph.all.width, 1)),
+        least_(static_cast<double>(whole_) * kLeastShare) {}
 
   std::string draw();
 
  private:
   using Output = std::back_insert_iterator<std::string>;
 
-  void drawThread(const ThreadGraph& thread, std::uint64_t from);
-  void drawNode(const CallGraph& graph, std::uint32_t index, int row, std::uint64_t from);
-  bool drawBox(int row, std::uint64_t from, std::uint64_t width, std::string_view name,
-               std::string_view image);
+  void drawTree(const Box& box, int row, std::uint64_t from);
+  void drawBox(const Box& box, int row, std::uint64_t from);
   void drawFrame(Output out) const;
 
-  const Sampling& sampling_;
+  const FlameGraph& graph_;
   const std::uint64_t whole_;
-  double least_;
+  const double least_;
   int rows_ = 0;
   std::uint64_t leftOut_ = 0;
   std::string boxes_;
 };
 
-// Answers whether the box was wide enough to be drawn.
-bool Picture::drawBox(int row, std::uint64_t from, std::uint64_t width, std::string_view name,
-                      std::string_view image) {
-  if (static_cast<double>(width) < least_ || width == 0) {
+void Picture::drawTree(const Box& box, int row, std::uint64_t from) {
+  if (static_cast<double>(box.width) < least_ || box.width == 0) {
     ++leftOut_;
-    return false;
+    return;
   }
+  drawBox(box, row, from);
+  for (const Box& above : box.above) {
+    drawTree(above, row + 1, from);
+    from += above.width;
+  }
+}
+
+void Picture::drawBox(const Box& box, int row, std::uint64_t from) {
   rows_ = std::max(rows_, row + 1);
   const double percent = 100.0 / static_cast<double>(whole_);
-  const std::string shown = escaped(name);
-  const std::string place = image.empty() ? std::string() : " (in " + escaped(image) + ")";
+  const double width = static_cast<double>(box.width) * percent;
+  const std::string shown = escaped(box.name);
+  const std::string place = box.image.empty() ? std::string() : " (in " + escaped(box.image) + ")";
   // The row counts from below; the group around the boxes turns it into a place.
   fmt::format_to(Output(boxes_),
                  R"(<svg class="box" x="{:.4f}%" y="{}" width="{:.4f}%" height="{}" )"
                  R"(data-from="{}" data-width="{}"><title>{}{}: {} of {} samples, {:.2f}%</title>)"
                  R"(<rect width="100%" height="100%" fill="{}"/><text x="4" y="13">{}</text></svg>)"
                  "\n",
-                 static_cast<double>(from) * percent, -(row + 1) * kRowHeight,
-                 static_cast<double>(width) * percent, kRowHeight - 1, from, width, shown, place,
-                 width, whole_, static_cast<double>(width) * percent, colour(image), shown);
-  return true;
-}
-
-void Picture::drawNode(const CallGraph& graph, std::uint32_t index, int row, std::uint64_t from) {
-  const CallGraph::Node& node = graph.nodes()[index];
-  if (!drawBox(row, from, node.total, node.function->name, node.function->imageName)) return;
-  for (std::uint32_t child : node.children) {
-    drawNode(graph, child, row + 1, from);
-    from += graph.nodes()[child].total;
-  }
-}
-
-void Picture::drawThread(const ThreadGraph& thread, std::uint64_t from) {
-  const std::string name = fmt::format("thread {} \"{}\"", thread.id, thread.name);
-  if (!drawBox(1, from, thread.graph.root().total, name, {})) return;
-  for (std::uint32_t child : thread.graph.root().children) {
-    drawNode(thread.graph, child, 2, from);
-    from += thread.graph.nodes()[child].total;
-  }
+                 static_cast<double>(from) * percent, -(row + 1) * kRowHeight, width,
+                 kRowHeight - 1, from, box.width, shown, place, box.width, whole_, width,
+                 colour(box.image), shown);
 }
 
 void Picture::drawFrame(Output out) const {
@@ -135,27 +119,20 @@ void Picture::drawFrame(Output out) const {
   fmt::format_to(out,
                  R"(<?xml version="1.0" encoding="UTF-8"?>
 <svg xmlns="http://www.w3.org/2000/svg" width="100%" height="{}" data-whole="{}">
-<title>Flame graph of {} [{}]</title>
+<title>Flame graph of {}</title>
 <style>{}</style>
 <rect class="paper" width="100%" height="100%"/>
-<text class="title" x="10" y="24">{} [{}]</text>
-<text class="subtitle" x="10" y="44">{} samples in {:.2f} s, {} threads, {} stacks</text>
+<text class="title" x="10" y="24">{}</text>
+<text class="subtitle" x="10" y="44">{}</text>
 )",
-                 height, whole_, escaped(sampling_.name), sampling_.process, kFlameGraphStyle,
-                 escaped(sampling_.name), sampling_.process, sampling_.samples,
-                 std::chrono::duration<double>(sampling_.sampled).count(), sampling_.threads.size(),
-                 sampling_.stackCount());
+                 height, whole_, escaped(graph_.title), kStyle, escaped(graph_.title),
+                 escaped(graph_.subtitle));
   fmt::format_to(out, "<svg y=\"{}\" overflow=\"visible\" id=\"boxes\">\n",
                  kHeaderHeight + rows_ * kRowHeight);
 }
 
 std::string Picture::draw() {
-  drawBox(0, 0, whole_, fmt::format("{} [{}]", sampling_.name, sampling_.process), {});
-  std::uint64_t from = 0;
-  for (const ThreadGraph& thread : sampling_.threads) {
-    drawThread(thread, from);
-    from += thread.graph.root().total;
-  }
+  drawTree(graph_.all, 0, 0);
   std::string text;
   Output out(text);
   drawFrame(out);
@@ -166,14 +143,28 @@ std::string Picture::draw() {
   fmt::format_to(out,
                  "</svg>\n<text class=\"details\" id=\"details\" x=\"10\" y=\"{}\">{}</text>\n"
                  "<script><![CDATA[\n{}]]></script>\n</svg>\n",
-                 kHeaderHeight + rows_ * kRowHeight + 20, note, kFlameGraphScript);
+                 kHeaderHeight + rows_ * kRowHeight + 20, note, kScript);
   return text;
 }
 
 }  // namespace
 
-std::string flameGraph(const Sampling& sampling) {
-  return Picture(sampling).draw();
+std::string titleText(std::string_view process, long id) {
+  return fmt::format("{} [{}]", process, id);
 }
 
-}  // namespace hoist::sample
+std::string subtitleText(std::uint64_t samples, double seconds, std::size_t threads,
+                         std::uint64_t stacks) {
+  return fmt::format("{} samples in {:.2f} s, {} threads, {} stacks", samples, seconds, threads,
+                     stacks);
+}
+
+std::string threadText(long id, std::string_view name) {
+  return fmt::format("thread {} \"{}\"", id, name);
+}
+
+std::string picture(const FlameGraph& graph) {
+  return Picture(graph).draw();
+}
+
+}  // namespace hoist::flamegraph
