@@ -20,6 +20,7 @@ void addStatusCommand(CLI::App& app, const Common& common);
 void addBarrierCommand(CLI::App& app, const Common& common);
 void addLaunchCommand(CLI::App& app, const Common& common);
 void addSupportFolderCommand(CLI::App& app, const Common& common);
+void addSampleCommand(CLI::App& app, const Common& common);
 // These do not need the hoist.
 void addVolumesCommand(CLI::App& app, const Common& common);
 void addInfoCommand(CLI::App& app, const Common& common);

@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
   ctl::addBarrierCommand(app, common);
   ctl::addLaunchCommand(app, common);
   ctl::addSupportFolderCommand(app, common);
+  ctl::addSampleCommand(app, common);
   ctl::addVolumesCommand(app, common);
   ctl::addInfoCommand(app, common);
   ctl::addListCommand(app, common);
