@@ -84,6 +84,11 @@ std::string RunningHoist::log() const {
   return readFile(folder_ + "/log");
 }
 
+void RunningHoist::setSamplingTool(const std::string& program) {
+  fs::remove(folder_ + "/sample");
+  fs::create_symlink(program, folder_ + "/sample");
+}
+
 int RunningHoist::verifications() const {
   return static_cast<int>(readFile(folder_ + "/verifications").size());
 }

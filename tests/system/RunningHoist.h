@@ -24,6 +24,8 @@ class RunningHoist {
   pid_t process() const { return task_->processIdentifier(); }
   bool isRunning() { return !task_->hasExited(); }
   std::string log() const;
+  // Puts another program in the place of the sampling tool.
+  void setSamplingTool(const std::string& program);
   // How often the code-signing tool has been run.
   int verifications() const;
 
