@@ -12,13 +12,15 @@ rounds, because only ratios within one run mean anything on a machine that does 
 A benchmark that times its single operations gives the counters "p50" and "p99" in nanoseconds; for
 one that does not, the mean time of an operation in each round is taken. bench/NAME/table.toml
 describes the table: title, text, baseline (the row that is 1.00; the fastest if none is named), the
-rows' names, further counters as columns, the ways to run the program, and the aims.
+rows' names, further counters as columns, the ways to run the program, the aims, and a note, which says
+where the time goes.
 """
 
 import argparse
 import dataclasses
 import datetime
 import json
+import os
 import pathlib
 import platform
 import subprocess
@@ -139,6 +141,9 @@ def section(name, programs, rounds):
             yield from aims
             if aims:
                 yield ""
+    if "note" in about:
+        yield about["note"].strip()
+        yield ""
 
 
 def machine():
@@ -147,7 +152,10 @@ def machine():
     cores = subprocess.run(["nproc"], capture_output=True, text=True, check=True).stdout.strip()
     system = platform.freedesktop_os_release()["PRETTY_NAME"]
     compiler = subprocess.run(["c++", "--version"], capture_output=True, text=True, check=True).stdout.splitlines()[0]
-    return f"{cpu}, {cores} cores; {system}, Linux {platform.release()}; {compiler}, -O2"
+    ahead = ""
+    if os.sched_getscheduler(0) == os.SCHED_FIFO:
+        ahead = "; run with real-time priority, because the machine was doing other work"
+    return f"{cpu}, {cores} cores; {system}, Linux {platform.release()}; {compiler}, -O2{ahead}"
 
 
 def main():

@@ -10,6 +10,7 @@
 #include <spdlog/spdlog.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <string_view>
 
 #include "logging/LogFormat.h"
@@ -50,15 +51,21 @@ spdlog::logger& spdlogLogger() {
   return *logger;
 }
 
+void countLines(benchmark::State& state) {
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
+}
+
 void rawWriteOfReadyLine(benchmark::State& state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(::write(nullDevice(), kReadyLine.data(), kReadyLine.size()));
   }
+  countLines(state);
 }
 
 void writtenLine(benchmark::State& state) {
   useConsoleLogger();
   for (auto _ : state) benchmark::DoNotOptimize(Logger::log(classification::Warning, kText));
+  countLines(state);
 }
 
 void writtenLineFormatted(benchmark::State& state) {
@@ -67,22 +74,26 @@ void writtenLineFormatted(benchmark::State& state) {
     benchmark::DoNotOptimize(hoist::logFormat(
         classification::Warning, "launched helper for command {}, process {}", "capture", 4711));
   }
+  countLines(state);
 }
 
 void writtenLineSpdlog(benchmark::State& state) {
   for (auto _ : state) spdlogLogger().warn(kText);
+  countLines(state);
 }
 
 void writtenLineFormattedSpdlog(benchmark::State& state) {
   for (auto _ : state) {
     spdlogLogger().warn("launched helper for command {}, process {}", "capture", 4711);
   }
+  countLines(state);
 }
 
 // A dropped line still has an identifier, which its caller may use as a parent.
 void droppedLine(benchmark::State& state) {
   useConsoleLogger();
   for (auto _ : state) benchmark::DoNotOptimize(Logger::log(classification::Debug, kText));
+  countLines(state);
 }
 
 void droppedLineFormatted(benchmark::State& state) {
@@ -91,12 +102,14 @@ void droppedLineFormatted(benchmark::State& state) {
     benchmark::DoNotOptimize(hoist::logFormat(
         classification::Debug, "launched helper for command {}, process {}", "capture", 4711));
   }
+  countLines(state);
 }
 
 void droppedLineFormattedSpdlog(benchmark::State& state) {
   for (auto _ : state) {
     spdlogLogger().debug("launched helper for command {}, process {}", "capture", 4711);
   }
+  countLines(state);
 }
 
 BENCHMARK(rawWriteOfReadyLine);
