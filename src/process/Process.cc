@@ -203,7 +203,7 @@ bool Process::isSIPEnabled() {
                                  .arguments = {"status"},
                                  .standardOutput = reader->pipe().writing.get()});
   reader->startReading();
-  const TextPipeReader::Lines lines = reader->lines().value_or(TextPipeReader::Lines());
+  const TextPipeReader::Lines& lines = *reader->lines();
   task->waitUntilExit();
   const bool enabled = !lines.empty() && lines.front().find("enabled") != std::string::npos;
   sipEnabled = enabled;

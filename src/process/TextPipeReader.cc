@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "platform/CharacterSets.h"
 #include "platform/Dispatch.h"
 #include "platform/SystemCall.h"
@@ -23,8 +25,11 @@ constexpr int kLinesReady = 1;
 constexpr std::size_t kInitialCapacity = 1024;
 // Of a pipe (pipe(7)): no read gives more.
 constexpr std::size_t kLongestChunk = 64 * 1024;
-// The bytes that a newline character can begin with, in UTF-8.
-constexpr std::string_view kNewlineBeginnings = "\n\v\f\r\xC2\xE2";
+
+// Whether a newline character can begin with that byte, in UTF-8.
+constexpr bool mayBeginNewline(char c) {
+  return (c >= '\n' && c <= '\r') || c == '\xC2' || c == '\xE2';
+}
 
 // How many bytes the newline character at the beginning of the text has; 0 when there is none.
 std::size_t newlineLength(std::string_view text) {
@@ -41,15 +46,18 @@ TextPipeReader::Lines linesOf(std::string_view text) {
   auto take = [&lines](std::string_view line) {
     if (!isBlank(line)) lines.emplace_back(line);
   };
-  for (std::size_t at = 0; (at = text.find_first_of(kNewlineBeginnings, at)) != text.npos;) {
-    const std::size_t length = newlineLength(text.substr(at));
+  for (auto at = text.begin();;) {
+    at = std::find_if(at, text.end(), mayBeginNewline);
+    if (at == text.end()) break;
+    const auto before = static_cast<std::size_t>(at - text.begin());
+    const std::size_t length = newlineLength(text.substr(before));
     if (length == 0) {
       ++at;  // another character with that first byte
       continue;
     }
-    take(text.substr(0, at));
-    text.remove_prefix(at + length);
-    at = 0;
+    take(text.substr(0, before));
+    text.remove_prefix(before + length);
+    at = text.begin();
   }
   take(text);
   return lines;
@@ -68,17 +76,18 @@ void TextPipeReader::startReading() {
   dispatch::globalQueue().async([self = shared_from_this()] { self->read(); });
 }
 
-std::optional<TextPipeReader::Lines> TextPipeReader::lines() const {
-  if (!lock_) return std::nullopt;
+Ref<const TextPipeReader::Lines> TextPipeReader::lines() const {
+  if (!lock_) return nullptr;
   lock_->sleepUntilCondition(kLinesReady);
   return output_;
 }
 
 // Whoever waits for the lines is let go whatever happens.
 void TextPipeReader::read() noexcept {
+  output_ = make<const Lines>();
   platform::contain("the reading of a child's output", [this] {
     const auto encoding = encoding_ == 0 ? TextEncoding::UTF8 : TextEncoding{encoding_};
-    if (auto text = decodeText(readToEnd(), encoding)) output_ = linesOf(*text);
+    if (auto text = decodeText(readToEnd(), encoding)) output_ = make<const Lines>(linesOf(*text));
   });
   lock_->transitionToCondition(kLinesReady);
 }

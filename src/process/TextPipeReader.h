@@ -30,8 +30,8 @@ class TextPipeReader : public std::enable_shared_from_this<TextPipeReader> {
   // global queue. The reader lives until that has ended.
   void startReading();
   // The lines, as UTF-8, without their ends; empty if the output could not be decoded. Waits
-  // without a limit. Before startReading() nothing, at once.
-  std::optional<Lines> lines() const;
+  // without a limit. Before startReading() null, at once.
+  Ref<const Lines> lines() const;
 
   // Encoding of the output, by the numbers of TextEncoding; 0 is UTF-8.
   std::uint32_t encoding() const { return encoding_; }
@@ -48,7 +48,7 @@ class TextPipeReader : public std::enable_shared_from_this<TextPipeReader> {
   std::optional<PipeEnds> pipe_;
   // Condition 0: reading; 1: the lines are there.
   Ref<ConditionLock> lock_;
-  Lines output_;
+  Ref<const Lines> output_;
   std::uint32_t encoding_ = 0;
   std::size_t limit_ = 0;
 };

@@ -211,7 +211,7 @@ class ProcessProbe : public testing::Test {
                                    .environment = {{{"ASAN_OPTIONS", "detect_leaks=0"}}},
                                    .standardOutput = reader->pipe().writing.get()});
     reader->startReading();
-    auto lines = reader->lines().value_or(TextPipeReader::Lines());
+    const TextPipeReader::Lines lines = *reader->lines();
     task->waitUntilExit();
     EXPECT_EQ(task->terminationStatus(), 0);
     return lines;
