@@ -126,7 +126,7 @@ def command_findings(tree, command):
     for option in OPTION.findall(" ".join(words[1:])):
         if not re.search(rf"(?<![\w-]){re.escape(option)}(?![\w-])", text):
             yield f"{words[0]} knows no option {option}"
-    subcommands = re.findall(r'add_subcommand\("(\w+)"', text)
+    subcommands = re.findall(r'add_subcommand\(\s*"(\w+)"', text)
     for word in words[1:2]:
         if subcommands and word.isalpha() and word not in subcommands:
             yield f"{words[0]} knows no command {word}"
