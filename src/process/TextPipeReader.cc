@@ -38,7 +38,7 @@ std::size_t newlineLength(std::string_view text) {
 }
 
 bool isBlank(std::string_view line) {
-  return line.find_first_not_of(" \t") == line.npos;
+  return line.find_first_not_of(" \t") == std::string_view::npos;
 }
 
 TextPipeReader::Lines linesOf(std::string_view text) {

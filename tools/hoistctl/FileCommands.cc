@@ -50,7 +50,7 @@ void printInfo(const Json& facts) {
       continue;
     }
     for (auto& [inner, innerValue] : value.items()) {
-      table.add({"", key + " " + inner, valueText(innerValue)});
+      table.add({"", fmt::format("{} {}", key, inner), valueText(innerValue)});
     }
   }
   table.print();
