@@ -185,9 +185,9 @@ void addSampleCommand(CLI::App& app, const Common& common) {
                    "A folder for flame graphs of the reports, sample-PID.svg")
       ->check(CLI::ExistingDirectory);
   command->callback([&common, options] {
-    std::ranges::sort(options->processes);
-    const auto [repeated, end] = std::ranges::unique(options->processes);
-    options->processes.erase(repeated, end);
+    auto& processes = options->processes;
+    std::ranges::sort(processes);
+    processes.erase(std::unique(processes.begin(), processes.end()), processes.end());
     runSampleCommand(common, *options);
   });
 }
