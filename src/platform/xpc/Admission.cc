@@ -59,7 +59,10 @@ std::optional<std::string> reached(std::size_t used, std::size_t limit, const ch
 }
 
 std::optional<std::string> userRefusal(const Account& account, bool isHelper) {
-  if (isHelper) return std::nullopt;
+  if (isHelper) {
+    return reached(account.helpers, kConnectionsOfOneUsersHelpers,
+                   "connections of this user's helpers", "kConnectionsOfOneUsersHelpers");
+  }
   if (auto text = reached(account.connections, kConnectionsOfOneUser, "connections of this user",
                           "kConnectionsOfOneUser"))
     return text;

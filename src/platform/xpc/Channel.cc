@@ -112,8 +112,9 @@ Ref<Channel> Channel::forAccepted(Accepted accepted) {
 Channel::Channel(dbus::FrameReader reader, Ref<Admission> admission,
                  std::optional<std::string> serviceName)
     : serviceName_(std::move(serviceName)),
+      client_(admission ? std::optional(admission->peer()) : std::nullopt),
+      outbox_(makeOutbox(admission)),
       admission_(std::move(admission)),
-      outbox_(makeOutbox(admission_)),
       reader_(std::move(reader)) {}
 
 void Channel::makeCallHandler(uid_t user, bool takesDescriptors, std::string exportedName,
@@ -444,7 +445,7 @@ void Channel::drop(std::string_view why) {
 }
 
 void Channel::report(std::string_view what) const {
-  if (admission_) return reportPeer(admission_->peer(), what);
+  if (client_) return reportPeer(*client_, what);
   platform::reportTrouble(
       platform::Severity::Caution,
       fmt::format("connection to {}: {}", serviceName_.value_or("an endpoint"), what));

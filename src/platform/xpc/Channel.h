@@ -70,7 +70,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   Peer peer() const;
   FileDescriptor processDescriptor() const;
   bool isPeerConnected() const;
-  bool isAccepted() const { return admission_ != nullptr; }
+  bool isAccepted() const { return client_.has_value(); }
 
  private:
   enum class State { kNew, kRunning, kEnded };
@@ -103,7 +103,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   Connect connect_;  // of a client's connection
   const std::optional<std::string> serviceName_;
-  Ref<Admission> admission_;  // of an accepted connection
+  const std::optional<Peer> client_;  // of an accepted connection
   const Ref<Outbox> outbox_;
   PendingCalls pending_;
   std::optional<CallHandler> calls_;
@@ -112,6 +112,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   std::atomic<bool> dropped_ = false;      // because of what the peer did
 
   // Belong to the thread.
+  Ref<Admission> admission_;  // of an accepted connection until its end
   dbus::FrameReader reader_;
   Admission::Held held_;  // what the account was told last
   bool hadLongCall_ = false;

@@ -12,8 +12,10 @@ namespace hoist::xpc {
 // --- Connections -------------------------------------------------------------------------------
 
 // Of one user. A desktop session has a handful of clients; a test of fifty fits. Connections of
-// helpers that this process started do not count.
+// helpers that this process started do not count among them.
 inline constexpr std::size_t kConnectionsOfOneUser = 64;
+// Of the helpers of one user, and of what they start in turn: four for each of kHelpersOfOneUser.
+inline constexpr std::size_t kConnectionsOfOneUsersHelpers = 256;
 // Of all users but root. Each costs a thread (about 36 KiB) and a descriptor.
 inline constexpr std::size_t kConnectionsOfAllUsers = 1024;
 // Descriptors that stay free for root's connections, whatever the others do, and as many again for
@@ -68,9 +70,6 @@ inline constexpr std::size_t kHelpersOfOneUser = 64;
 // What is read of a refused helper's output, and for how long.
 inline constexpr std::size_t kRefusedHelperOutput = 64 * 1024;
 inline constexpr std::chrono::seconds kRefusedHelperTime{10};
-// Ancestors of a line identifier that a peer sends: four container levels each of the protocol's
-// 64.
-inline constexpr std::size_t kIdentifierAncestors = 12;
 
 // The bounds that differ from listener to listener; the others hold everywhere.
 struct Limits {

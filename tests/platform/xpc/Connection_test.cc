@@ -135,6 +135,21 @@ TEST(Connection, CarriesWhatMayBeNil) {
   EXPECT_EQ((*std::get<3>(something.values()))->code(), 1);
 }
 
+TEST(Connection, CarriesMessagesOfSixteenMebibytesToAHelperAndBack) {
+  TestService helper(Limits::forHelper());
+  auto connection = helper.connect();
+  auto echo = [&](std::size_t size) {
+    Outcome<std::string, std::vector<std::string>, Data, std::vector<std::int32_t>> outcome;
+    ask<&Talking::echoText>(connection, outcome, std::string(size, 'x'), std::vector<std::string>(),
+                            Data(), std::vector<std::int32_t>());
+    return outcome;
+  };
+  auto large = echo(kHelperMessageSize - 1024);
+  EXPECT_EQ(std::get<0>(large.values()).size(), kHelperMessageSize - 1024);
+  EXPECT_NE(echo(kHelperMessageSize).error(), nullptr);
+  EXPECT_EQ(echo(1).error(), nullptr);
+}
+
 TEST(Connection, HandlesMessagesInTheOrderInWhichTheyWereSent) {
   TestService service;
   auto connection = service.connect();

@@ -529,17 +529,19 @@ TEST_F(Hostile, ConnectionsThatHaveNotAuthenticatedAreBoundedForAllUsersButRoot)
   EXPECT_TRUE(works(root));
 }
 
-TEST_F(Hostile, ConnectionsOfHelpersDoNotCount) {
+TEST_F(Hostile, ConnectionsOfHelpersAreCountedByThemselves) {
   service_.listener()->setIsHelper([this](const Peer& peer, int process) {
     EXPECT_EQ(peer.process, ::getpid());
     EXPECT_GE(process, 0);
     return peer.user == user_;
   });
   std::vector<RawPeer> helpers;
-  for (std::size_t count = 0; count < kConnectionsOfOneUser + 5; ++count) {
+  for (std::size_t count = 0; count < kConnectionsOfOneUsersHelpers; ++count) {
     helpers.push_back(authenticatedAs(user_));
   }
   EXPECT_TRUE(works(helpers.back()));
+  EXPECT_TRUE(RawPeer::asUser(user_, service_.socketPath()).isClosed());
+  EXPECT_THAT(log_.linesWith("kConnectionsOfOneUsersHelpers"), SizeIs(1));
 }
 
 // ----- Rules of D-Bus ----------------------------------------------------------------------------
