@@ -156,6 +156,9 @@ bool mayBeSampled(pid_t process, uid_t user) {
 
 void sampleProcesses(SampleRequest request, const xpc::Reply<bool>& reply) {
   checkRequest(request);
+  // What is kept while the tools run is not more than they need.
+  request.reports.resize(request.processes.size());
+  request.reports.shrink_to_fit();
   auto shared = make<const SampleRequest>(std::move(request));
   dispatch::globalQueue().async([shared, reply] { sampleAndReply(shared, reply); });
 }
