@@ -12,11 +12,13 @@
 
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/FileDescriptor.h"
 #include "platform/SystemCall.h"
 #include "platform/xpc/Limits.h"
+#include "platform/xpc/testing/RawPeer.h"
 #include "system/RunningHoist.h"
 
 namespace hoist {
@@ -101,6 +103,7 @@ class Hostile : public testing::Test {
     // Whatever is made once is made by a first client.
     hoistctl(kOther, {"status"});
     before_ = hoist_.holdings();
+    memory_ = residentKilobytes(hoist_.process());
   }
   // Others are served, and nothing is left.
   ~Hostile() override {
@@ -108,14 +111,18 @@ class Hostile : public testing::Test {
     auto after = hoist_.holdingsAfterSettling(before_);
     EXPECT_LE(after.descriptors, before_.descriptors);
     EXPECT_LE(after.threads, before_.threads);
+    EXPECT_EQ(after.children, 0u);
+#ifndef HOIST_SANITIZED
+    EXPECT_LT(residentKilobytes(hoist_.process()), memory_ + 8 * 1024);
+#endif
   }
 
   RunningHoist hoist_;
   RunningHoist::Holdings before_;
+  std::size_t memory_;
 };
 
 TEST_F(Hostile, PeerThatCallsAMillionTimesAndNeverReadsIsDropped) {
-  std::size_t memory = residentKilobytes(hoist_.process());
   FileDescriptor peer = connectAs(kHostile);
   send(peer, kAuthentication);
   std::string calls;
@@ -123,12 +130,8 @@ TEST_F(Hostile, PeerThatCallsAMillionTimesAndNeverReadsIsDropped) {
   // The socket's buffer is the queue: once it and the unread answers are full, the peer is dropped,
   // and sending fails.
   for (int thousand = 0; thousand < 1000; ++thousand) send(peer, calls);
+  EXPECT_EQ(hoistctl(kOther, {"status"}).status, 0);
   receiveToTheEnd(peer);
-#ifndef HOIST_SANITIZED
-  EXPECT_LT(residentKilobytes(hoist_.process()), memory + 8 * 1024);
-#else
-  (void)memory;
-#endif
 }
 
 TEST_F(Hostile, PeerThatAnnouncesAHundredMegabytesIsDropped) {
@@ -173,6 +176,42 @@ TEST_F(Hostile, UserWithTooManyConnectionsIsRefusedFurtherOnes) {
   EXPECT_GE(closed, 20u);
   EXPECT_EQ(hoistctl(kOther, {"status"}).status, 0);
   EXPECT_NE(hoist_.log().find("user 20666"), std::string::npos);
+}
+
+TEST_F(Hostile, PeersThatStopInTheMiddleOfAnythingHoldUpNobody) {
+  std::string conversation = kAuthentication + ping(1);
+  std::vector<FileDescriptor> peers;
+  for (std::size_t cut = 0; cut <= conversation.size(); cut += 8) {
+    peers.push_back(connectAs(kHostile));
+    send(peers.back(), std::string_view(conversation).substr(0, cut));
+  }
+  EXPECT_EQ(hoistctl(kOther, {"status"}).status, 0);
+  // Not even their own user.
+  EXPECT_EQ(hoistctl(kHostile, {"status"}).status, 0);
+}
+
+TEST_F(Hostile, DescriptorsOfMessagesThatAreNeverFinishedAreBounded) {
+  FileDescriptor null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  std::string part = ping(1);
+  part.pop_back();
+  dbus::OutgoingMessage message;
+  message.bytes.assign(part.begin(), part.end());
+  for (std::size_t count = 0; count < xpc::kDescriptorsOfOneMessage; ++count) {
+    message.descriptors.push_back(FileDescriptor::duplicate(null.get()));
+  }
+  std::vector<xpc::RawPeer> peers;
+  for (int i = 0; i < 16; ++i) {
+    peers.push_back(xpc::RawPeer::asUser(kHostile, kSocket));
+    peers.back().authenticate();
+    peers.back().send(message);
+  }
+  while (hoist_.log().find("kDescriptorsOfOneUser") == std::string::npos) {
+    ASSERT_TRUE(hoist_.isRunning());
+    std::this_thread::yield();
+  }
+  EXPECT_LE(hoist_.holdings().descriptors, before_.descriptors + peers.size() +
+                                               xpc::kDescriptorsOfOneUser +
+                                               xpc::kDescriptorsOfOneMessage);
 }
 
 TEST_F(Hostile, PeersThatCloseInTheMiddleOfAnythingLeaveNothing) {

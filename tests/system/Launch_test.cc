@@ -323,18 +323,37 @@ TEST_F(Launch, LeavesNothingBehind) {
   EXPECT_EQ(after.children, 0u);
 }
 
-TEST_F(Launch, OutlivesAClientThatIsKilledWhileItWaits) {
+// Whether the process runs as the helper of the user does.
+bool isHelperOf(pid_t process, unsigned user) {
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  std::string text{std::istreambuf_iterator<char>(status), {}};
+  return text.find("Uid:\t0\t" + std::to_string(user) + "\t") != std::string::npos;
+}
+
+TEST_F(Launch, LeavesNoCouplingBehindWhenItsClientAndItsHelperAreKilled) {
+  ASSERT_EQ(launch(kUser, good_, "capture").status, 0);
   auto odd = oddHelper();
+  auto before = hoist_.holdingsAfterSettling({1000, 1000, 0});
   auto client = ChildTask::launch(
       {.launchPath = "/usr/bin/setpriv",
        .arguments = {"--reuid=20001", "--regid=20001", "--clear-groups",
                      HOIST_BUILD_DIR "/bin/hoistctl", "launch", odd, "--command=silent"}});
-  // The helper runs, and is silent.
-  while (hoist_.holdings().children == 0) std::this_thread::yield();
+  pid_t helper = 0;
+  while ((helper = hoist_.onlyChild()) == 0 || !isHelperOf(helper, kUser)) {
+    std::this_thread::yield();
+  }
   client->kill();
   client->waitUntilExit();
   EXPECT_EQ(hoistctl(kOther, {"status"}).status, 0);
-  EXPECT_TRUE(hoist_.isRunning());
+  ::kill(helper, SIGKILL);
+  // The next launch is coupled with its own helper, not with the one that is gone.
+  auto result = launch(kUser, good_, "capture");
+  ASSERT_EQ(result.status, 0) << result.json << hoist_.log();
+  EXPECT_THAT(hoist_.log(), HasSubstr("NULL response from helper"));
+  auto after = hoist_.holdingsAfterSettling(before);
+  EXPECT_LE(after.descriptors, before.descriptors);
+  EXPECT_LE(after.threads, before.threads);
+  EXPECT_EQ(after.children, 0u);
 }
 
 }  // namespace
