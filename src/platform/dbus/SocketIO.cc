@@ -15,11 +15,9 @@ namespace hoist::dbus {
 
 namespace {
 
-constexpr std::size_t kMaximumPassed = 253;  // SCM_MAX_FD of the kernel
-
 union ControlBuffer {
   cmsghdr alignment;
-  char bytes[CMSG_SPACE(kMaximumPassed * sizeof(int))];
+  char bytes[CMSG_SPACE(kMaximumPassedDescriptors * sizeof(int))];
 };
 
 IOStatus statusOf(int error) {
@@ -61,7 +59,8 @@ Received receive(int socket, std::span<std::uint8_t> space, std::size_t maximumD
   header.msg_iovlen = 1;
   if (maximumDescriptors > 0) {
     header.msg_control = &control;
-    header.msg_controllen = CMSG_LEN(std::min(maximumDescriptors, kMaximumPassed) * sizeof(int));
+    header.msg_controllen =
+        CMSG_LEN(std::min(maximumDescriptors, kMaximumPassedDescriptors) * sizeof(int));
   }
   ssize_t size =
       retryInterrupted([&] { return recvmsg(socket, &header, flags | MSG_CMSG_CLOEXEC); });
@@ -77,7 +76,7 @@ Sent send(int socket, const OutgoingMessage& message, std::size_t offset, int fl
   ControlBuffer control;
   std::size_t count = message.descriptors.size();
   if (offset == 0 && count > 0) {
-    if (count > kMaximumPassed) return {IOStatus::kFailed, EINVAL, 0};
+    if (count > kMaximumPassedDescriptors) return {IOStatus::kFailed, EINVAL, 0};
     header.msg_control = &control;
     header.msg_controllen = CMSG_SPACE(count * sizeof(int));
     std::memset(&control, 0, header.msg_controllen);

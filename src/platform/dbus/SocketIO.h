@@ -13,6 +13,9 @@
 // thread.
 namespace hoist::dbus {
 
+// More cannot come with one read: SCM_MAX_FD of the kernel.
+inline constexpr std::size_t kMaximumPassedDescriptors = 253;
+
 enum class IOStatus {
   kDone,        // some bytes were moved
   kWouldBlock,  // nothing can be moved at the moment

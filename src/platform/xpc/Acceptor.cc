@@ -3,7 +3,8 @@
 // One thread waits for everything that can happen before a connection is one: peers that connect,
 // requests through the endpoint, the next bytes of every authentication, and the moment when one of
 // these has taken too long. So a peer that is silent costs an entry in a list, not a thread. The
-// connection's own thread starts when it has authenticated and the delegate wants it.
+// connection's own thread starts when it has authenticated and the delegate wants it. What fails
+// before is closed elsewhere: closing may take long (Disposal.h).
 
 #include "platform/xpc/Acceptor.h"
 
@@ -22,6 +23,7 @@
 #include "platform/dbus/Guid.h"
 #include "platform/dbus/SocketIO.h"
 #include "platform/xpc/Channel.h"
+#include "platform/xpc/Disposal.h"
 #include "platform/xpc/SocketFacts.h"
 
 namespace hoist::xpc {
@@ -30,6 +32,18 @@ namespace {
 // Connections that are taken before the authentications under way get their turn again. Picked.
 constexpr int kBatch = 64;
 
+// Of Linux 6.16, newer than the C library's headers.
+#ifndef SO_PASSRIGHTS
+#define SO_PASSRIGHTS 83
+#endif
+
+// Whether the socket, and what is accepted from it, may get descriptors at all. An older kernel
+// knows no way to refuse them.
+void allowDescriptors(int socket, bool allowed) {
+  int value = allowed;
+  ::setsockopt(socket, SOL_SOCKET, SO_PASSRIGHTS, &value, sizeof value);
+}
+
 }  // namespace
 
 Acceptor::Acceptor(std::optional<ServiceSocket> socket, std::string serviceName, Limits limits)
@@ -37,7 +51,10 @@ Acceptor::Acceptor(std::optional<ServiceSocket> socket, std::string serviceName,
       limits_(limits),
       guid_(dbus::makeGuid()),
       wakeup_(systemCall("eventfd", [] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); })),
-      socket_(std::move(socket)) {}
+      socket_(std::move(socket)) {
+  // Until a connection is admitted: to close one that is not must not take long.
+  if (socket_) allowDescriptors(socket_->descriptor.get(), false);
+}
 
 void Acceptor::setListener(const Ref<Listener>& listener) {
   MutexLock lock(mutex_);
@@ -131,7 +148,7 @@ void Acceptor::waitAndServe() {
   std::vector<pollfd> wanted{{wakeup_.get(), POLLIN, 0},
                              {pausedUntil_ ? -1 : listening, POLLIN, 0},
                              {pausedUntil_ || !requests ? -1 : requests->get(), POLLIN, 0}};
-  for (const auto& handshake : handshakes_) wanted.push_back({handshake.socket(), POLLIN, 0});
+  for (const auto& handshake : handshakes_) wanted.push_back({handshake->socket(), POLLIN, 0});
   Clock::poll(wanted, earliestDeadline());
 
   if (wanted[0].revents) {
@@ -152,13 +169,15 @@ void Acceptor::waitAndServe() {
 Clock::Instant Acceptor::earliestDeadline() const {
   auto earliest = pausedUntil_.value_or(Clock::Instant::max());
   // They began one after the other.
-  return handshakes_.empty() ? earliest : std::min(earliest, handshakes_.front().deadline());
+  return handshakes_.empty() ? earliest : std::min(earliest, handshakes_.front()->deadline());
 }
 
 void Acceptor::expireHandshakes() {
-  while (!handshakes_.empty() && handshakes_.front().deadline() <= Clock::instant()) {
-    handshakes_.front().reportLate();
+  while (!handshakes_.empty() && handshakes_.front()->deadline() <= Clock::instant()) {
+    auto late = std::move(handshakes_.front());
     handshakes_.pop_front();
+    late->reportLate();
+    letGo(std::move(late));
   }
 }
 
@@ -192,7 +211,7 @@ void Acceptor::receiveRequests(bool hungUp) {
   if (!requests) return;
   for (int count = 0; count < kBatch; ++count) {
     std::uint8_t bytes[2];
-    auto got = dbus::receive(requests->get(), bytes, kDescriptorsOfOneMessage, MSG_DONTWAIT);
+    auto got = dbus::receive(requests->get(), bytes, dbus::kMaximumPassedDescriptors, MSG_DONTWAIT);
     if (got.status == dbus::IOStatus::kWouldBlock) return;
     if (got.status == dbus::IOStatus::kFailed && (got.error == EMFILE || got.error == ENFILE)) {
       errno = got.error;
@@ -209,17 +228,30 @@ void Acceptor::receiveRequests(bool hungUp) {
     bool isRequest = got.status == dbus::IOStatus::kDone && got.size == 1 &&
                      bytes[0] == kConnectRequest && got.descriptors.size() == 1 &&
                      isConnectedStream(got.descriptors[0].get());
-    if (isRequest) begin(std::move(got.descriptors[0]));
+    if (isRequest) {
+      begin(std::move(got.descriptors[0]));
+    } else if (!got.descriptors.empty()) {
+      letGoElsewhere(kNobodysThings, make<dbus::FileDescriptors>(std::move(got.descriptors)));
+    }
   }
 }
 
 void Acceptor::begin(FileDescriptor socket) {
   auto peer = Peer::ofSocket(socket.get());
   auto admission = Admission::admit(peer, isHelper(peer, socket.get()), limits_);
-  if (!admission) return;
-  auto& handshake = handshakes_.emplace_back(std::move(socket), std::move(admission), guid_);
+  if (!admission) {
+    return letGoElsewhere(peer.user, make<FileDescriptor>(std::move(socket)));
+  }
+  allowDescriptors(socket.get(), true);
+  auto handshake = make<Handshake>(std::move(socket), std::move(admission), guid_);
   // The first bytes are mostly here already.
-  if (!advance(handshake)) handshakes_.pop_back();
+  if (advance(handshake)) handshakes_.push_back(std::move(handshake));
+}
+
+void Acceptor::letGo(Ref<Handshake> handshake) {
+  if (handshake->hasHungUp()) return;
+  auto user = handshake->user();
+  letGoElsewhere(user, std::move(handshake));
 }
 
 bool Acceptor::isHelper(const Peer& peer, int socket) const {
@@ -233,14 +265,15 @@ bool Acceptor::isHelper(const Peer& peer, int socket) const {
   return ask(peer, process.get());
 }
 
-bool Acceptor::advance(Handshake& handshake) {
-  switch (handshake.advance()) {
+bool Acceptor::advance(Ref<Handshake>& handshake) {
+  switch (handshake->advance()) {
     case Handshake::Outcome::kNeedsInput:
       return true;
     case Handshake::Outcome::kAuthenticated:
-      platform::contain("accepting a connection", [&] { deliver(handshake); });
+      platform::contain("accepting a connection", [&] { deliver(*handshake); });
       return false;
     case Handshake::Outcome::kFailed:
+      letGo(std::move(handshake));
       return false;
   }
   return false;

@@ -46,8 +46,9 @@ class Acceptor : public std::enable_shared_from_this<Acceptor> {
   void receiveRequests(bool hungUp);
   void pauseAccepting();
   void begin(FileDescriptor socket);
-  // Answers whether the handshake goes on.
-  bool advance(Handshake& handshake);
+  // Answers whether the handshake goes on; if not, it is let go.
+  bool advance(Ref<Handshake>& handshake);
+  void letGo(Ref<Handshake> handshake);
   void expireHandshakes();
   void deliver(Handshake& handshake);
   bool askDelegate(const Ref<Connection>& connection);
@@ -61,7 +62,7 @@ class Acceptor : public std::enable_shared_from_this<Acceptor> {
   const FileDescriptor wakeup_;
 
   // Belong to the thread.
-  std::list<Handshake> handshakes_;
+  std::list<Ref<Handshake>> handshakes_;
   std::optional<Clock::Instant> pausedUntil_;
 
   mutable Mutex mutex_;

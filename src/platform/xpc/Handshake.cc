@@ -11,16 +11,21 @@
 namespace hoist::xpc {
 
 Handshake::Handshake(FileDescriptor socket, Ref<Admission> admission, const std::string& guid)
-    : socket_(std::move(socket)),
-      admission_(std::move(admission)),
+    : admission_(std::move(admission)),
+      socket_(std::move(socket)),
       sasl_(admission_->peer().user, guid),
       deadline_(Clock::instant() + kAuthenticationTime) {}
 
 Handshake::Outcome Handshake::advance() {
   std::uint8_t buffer[4096];
-  auto got = dbus::receive(socket(), buffer, kDescriptorsOfOneMessage, MSG_DONTWAIT);
+  // Every descriptor that may come is taken: the kernel would close the others here and now.
+  auto got = dbus::receive(socket(), buffer, dbus::kMaximumPassedDescriptors, MSG_DONTWAIT);
+  descriptors_ = std::move(got.descriptors);
   if (got.status == dbus::IOStatus::kWouldBlock) return Outcome::kNeedsInput;
-  if (got.status == dbus::IOStatus::kEnd) return Outcome::kFailed;
+  if (got.status == dbus::IOStatus::kEnd) {
+    hungUp_ = true;
+    return Outcome::kFailed;
+  }
   if (got.status == dbus::IOStatus::kFailed) return fail("cannot be read");
   auto step = sasl_.receive({reinterpret_cast<const char*>(buffer), got.size});
   if (!step.reply.empty()) {
@@ -35,14 +40,14 @@ Handshake::Outcome Handshake::advance() {
   std::span<const std::uint8_t> rest(buffer + step.consumed, got.size - step.consumed);
   bool mayBringDescriptors = step.state == dbus::SaslState::kAuthenticated && !rest.empty() &&
                              sasl_.fileDescriptorsNegotiated();
-  if (!got.descriptors.empty() && !mayBringDescriptors) {
+  if (!descriptors_.empty() && !mayBringDescriptors) {
     return fail("passes descriptors that were not agreed on");
   }
   if (step.state == dbus::SaslState::kNeedMore) return Outcome::kNeedsInput;
   auto descriptors = sasl_.fileDescriptorsNegotiated() ? kDescriptorsOfOneMessage : 0;
   reader_ = dbus::FrameReader({admission_->limits().messageSize, descriptors});
   try {
-    if (!rest.empty()) reader_.append(rest, std::move(got.descriptors));
+    if (!rest.empty()) reader_.append(rest, std::move(descriptors_));
   } catch (const dbus::ProtocolError& error) {
     return fail(error.what());
   }

@@ -12,8 +12,9 @@
 
 namespace hoist::xpc {
 
-// An accepted connection until it has authenticated. Never blocks. Belongs to the listener's
-// thread.
+// An accepted connection until it has authenticated. Never blocks, but its end may (Disposal.h)
+// unless the peer has hung up and left nothing.
+// Belongs to the listener's thread.
 class Handshake {
  public:
   enum class Outcome { kNeedsInput, kAuthenticated, kFailed };
@@ -26,6 +27,8 @@ class Handshake {
   void reportLate() const;
 
   int socket() const { return socket_.get(); }
+  bool hasHungUp() const { return hungUp_; }
+  uid_t user() const { return admission_->peer().user; }
   Clock::Instant deadline() const { return deadline_; }
 
   // After kAuthenticated: the parts, with what came behind the authentication.
@@ -37,10 +40,13 @@ class Handshake {
  private:
   Outcome fail(std::string_view why) const;
 
-  FileDescriptor socket_;
+  // The place is given back when all that was held in it has gone.
   Ref<Admission> admission_;
+  FileDescriptor socket_;
   dbus::SaslServer sasl_;
   dbus::FrameReader reader_;
+  dbus::FileDescriptors descriptors_;  // that came last
+  bool hungUp_ = false;
   const Clock::Instant deadline_;
 };
 

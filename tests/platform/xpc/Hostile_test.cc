@@ -5,14 +5,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <thread>
 
 #include "platform/Clock.h"
+#include "platform/SystemCall.h"
 #include "platform/dbus/MessageReader.h"
 #include "platform/dbus/Names.h"
+#include "platform/dbus/SocketIO.h"
 #include "platform/xpc/testing/RawPeer.h"
 #include "platform/xpc/testing/TestService.h"
 #include "platform/xpc/testing/TroubleLog.h"
@@ -217,7 +220,9 @@ TEST_F(Hostile, APeerThatClosesInTheMiddleOfTheHandshakeIsForgotten) {
 TEST_F(Hostile, DescriptorsBeforeTheAuthenticationEndTheConnection) {
   auto pipe = makePipe();
   auto pusher = peer();
-  pusher.send("\0AUTH EXTERNAL\r\n"sv, {pipe.writing.get()});
+  pusher.send("\0AUTH EXTERNAL\r\n"sv);
+  EXPECT_EQ(pusher.readLine(), "DATA");
+  pusher.send("DATA\r\n", {pipe.writing.get()});
   EXPECT_TRUE(pusher.isClosed());
   auto unnegotiated = peer();
   unnegotiated.send("\0AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n"sv);
@@ -370,6 +375,101 @@ TEST_F(Hostile, DescriptorsOfOneUserAreBoundedTogether) {
     pushers.back().send(half, borrowed);
   }
   EXPECT_TRUE(eventually([&] { return log_.has("kDescriptorsOfOneUser"); }));
+}
+
+// A TCP socket whose last owner waits an hour in close(2): until the other end takes what was sent,
+// or goes.
+class Lingering {
+ public:
+  Lingering() {
+    sockaddr_in address{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(INADDR_LOOPBACK)}};
+    socklen_t size = sizeof address;
+    auto* where = reinterpret_cast<sockaddr*>(&address);
+    FileDescriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sending_.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    systemCall("bind", [&] { return ::bind(listener.get(), where, size); });
+    systemCall("listen", [&] { return ::listen(listener.get(), 1); });
+    systemCall("getsockname", [&] { return ::getsockname(listener.get(), where, &size); });
+    systemCall("connect", [&] { return ::connect(sending_.get(), where, size); });
+    receiving_.reset(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    std::string data(1 << 16, 'x');
+    while (::send(sending_.get(), data.data(), data.size(), MSG_DONTWAIT) > 0) continue;
+    linger hour{1, 3600};
+    ::setsockopt(sending_.get(), SOL_SOCKET, SO_LINGER, &hour, sizeof hour);
+  }
+  // Passes it on for good, with some bytes; answers whether the kernel let it pass.
+  bool passTo(RawPeer& peer, std::string_view bytes) {
+    bool sent = peer.send(bytes, {sending_.get()});
+    // Elsewhere, for the case that the other side has closed it already.
+    if (sent) closing_ = std::jthread([own = std::move(sending_)]() mutable { own.reset(); });
+    return sent;
+  }
+  // Ends all waiting.
+  ~Lingering() {
+    linger off{};
+    ::setsockopt(sending_.get(), SOL_SOCKET, SO_LINGER, &off, sizeof off);
+    receiving_.reset();
+  }
+
+ private:
+  FileDescriptor sending_;
+  FileDescriptor receiving_;
+  std::jthread closing_;
+};
+
+TEST_F(Hostile, ADescriptorThatTakesLongToCloseHoldsUpItsSenderAlone) {
+  // Received with what ends the connection, and left unreceived in its socket.
+  Lingering received, unreceived, refused;
+  auto pusher = RawPeer::asUser(user_, service_.socketPath());
+  pusher.send("\0AUTH EXTERNAL\r\n"sv);
+  EXPECT_EQ(pusher.readLine(), "DATA");
+  EXPECT_TRUE(received.passTo(pusher, "DATA\r\n"));
+  auto endless = RawPeer::asUser(user_, service_.socketPath());
+  endless.send("\0AUTH EXTERNAL\r\n"sv);
+  EXPECT_EQ(endless.readLine(), "DATA");
+  endless.send(std::string(4096 * 8, 'x'));
+  unreceived.passTo(endless, "x");
+  // Of a connection that is not admitted.
+  std::vector<RawPeer> silent;
+  for (std::size_t count = 0; count < kUnauthenticatedOfOneUser; ++count) {
+    silent.push_back(RawPeer::asUser(otherUser_, service_.socketPath()));
+  }
+  auto surplus = RawPeer::asUser(otherUser_, service_.socketPath());
+  refused.passTo(surplus, "x");
+  for (int count = 0; count < 3; ++count) {
+    auto other = authenticated();
+    EXPECT_TRUE(works(other));
+  }
+}
+
+TEST_F(Hostile, AnEndpointsHolderWhoseDescriptorsTakeLongToCloseHoldsUpNobody) {
+  auto endpoint = service_.listener()->endpoint();
+  descriptors_ = countDescriptors();  // its own two
+  auto request = [&](FileDescriptor descriptor) {
+    dbus::OutgoingMessage message;
+    message.bytes = {'C'};
+    message.descriptors.push_back(std::move(descriptor));
+    dbus::send(endpoint.descriptor(), message, 0);
+  };
+  // In the stream that is passed, before it is.
+  Lingering inside;
+  int ends[2];
+  systemCall("socketpair",
+             [&] { return ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends); });
+  RawPeer mine{FileDescriptor(ends[0])};
+  FileDescriptor theirs(ends[1]);
+  EXPECT_TRUE(inside.passTo(mine, "garbage"));
+  request(std::move(theirs));
+  // In place of the stream.
+  Lingering instead;
+  RawPeer door(FileDescriptor::duplicate(endpoint.descriptor()));
+  EXPECT_TRUE(instead.passTo(door, "C"));
+  auto connection = service_.connectToEndpoint();
+  Outcome<> barrier;
+  ask<&Talking::barrierWithCompletion>(connection, barrier);
+  EXPECT_EQ(barrier.error(), nullptr);
+  auto other = authenticated();
+  EXPECT_TRUE(works(other));
 }
 
 TEST_F(Hostile, ADescriptorThatIsNoEndpointIsAnsweredWithAnError) {
