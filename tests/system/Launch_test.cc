@@ -19,6 +19,7 @@
 
 #include "hoistctl/HoistClient.h"
 #include "platform/SystemCall.h"
+#include "platform/xpc/testing/RawPeer.h"
 #include "system/RunningHoist.h"
 
 namespace hoist {
@@ -221,6 +222,12 @@ TEST_F(Launch, RefusesTextThatWouldForgeLines) {
 
 TEST_F(Launch, TellsTheHelperNothingThatAPlainSetUserIDStartWouldNot) {
   auto odd = oddHelper();
+  // Whatever the hoist holds for others, too.
+  std::vector<xpc::RawPeer> others;
+  for (int count = 0; count < 50; ++count) {
+    others.push_back(xpc::RawPeer::asUser(kOther, "/run/kelvo/com.kelvo.hoist"));
+    others.back().authenticate();
+  }
   expectFailure(launch(kUser, odd, "state"), "Response: ");
   std::string log = hoist_.log();
   EXPECT_THAT(log, HasSubstr("argument 0: " + odd));
