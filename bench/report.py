@@ -179,7 +179,8 @@ def main():
         except (subprocess.SubprocessError, OSError) as error:
             failed.append(name)
             print(f"bench_{name}: {error}", file=sys.stderr)
-    options.output.write_text("\n".join(lines).rstrip() + "\n", encoding="utf-8")
+        # What has been measured stays, whatever happens to the rest.
+        options.output.write_text("\n".join(lines).rstrip() + "\n", encoding="utf-8")
     print(options.output.read_text(encoding="utf-8"))
     if failed:
         sys.exit("failed: " + ", ".join(failed))
