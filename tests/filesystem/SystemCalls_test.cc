@@ -34,7 +34,9 @@ class ReadingAFolder : public testing::Test {
     for (int i = 0; i < kFolders; ++i) folder_.write("folder" + std::to_string(i) + "/x", "");
     ASSERT_EQ(::symlink("file0", (folder_ / "link").c_str()), 0);
   }
-  Ref<PXDirectory> directory() { return PXDirectory::directoryWithPath(folder_.path()); }
+  Ref<PXDirectory> directory() {
+    return PXDirectory::directoryWithPath(folder_.path());
+  }
 
   TemporaryFolder folder_;
 };
