@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/Collation.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,21 @@ TEST(FinderLikeCompare, TakesNamesThatAreNoUTF8) {
 TEST(FinderLikeKey, OrdersAsTheComparisonDoes) {
   EXPECT_LT(finderLikeKey("file2"), finderLikeKey("FILE10"));
   EXPECT_EQ(finderLikeKey("a"), finderLikeKey("A"));
+}
+
+// The keys that are not made by GLib are sorted among those that are.
+TEST(FinderLikeKey, IsGLibsKeyToTheByte) {
+  constexpr std::string_view kLetters = "aB.0019 _-z\x01\n\x7f";
+  std::minstd_rand random(1);
+  for (int round = 0; round < 20'000; ++round) {
+    std::string name(random() % 12, 'x');
+    for (char& c : name) c = kLetters[random() % kLetters.size()];
+    char* folded = g_utf8_casefold(name.c_str(), -1);
+    char* key = g_utf8_collate_key_for_filename(folded, -1);
+    EXPECT_EQ(finderLikeKey(name), key) << testing::PrintToString(name);
+    g_free(key);
+    g_free(folded);
+  }
 }
 
 }  // namespace
