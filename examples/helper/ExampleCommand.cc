@@ -2,13 +2,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ExampleCommand.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <string_view>
 
 #include "exceptions/ExceptionTransport.h"
+#include "logging/Logger.h"
 #include "values/product.h"
 
 namespace hoist::example {
@@ -22,31 +27,35 @@ std::chrono::nanoseconds nanoseconds(double seconds) {
   return std::chrono::nanoseconds(std::llround(std::min(seconds, kLongestPause) * 1e9));
 }
 
-std::chrono::nanoseconds jobLength(const HelperInvocation& invocation) {
-  for (const std::string& flag : invocation.flags) {
+std::chrono::nanoseconds jobLength(const std::vector<std::string>& flags) {
+  for (const std::string& flag : flags) {
     if (flag.starts_with(kSecondsFlag))
       return nanoseconds(std::strtod(flag.c_str() + kSecondsFlag.size(), nullptr));
   }
   return std::chrono::seconds(1);
 }
 
-std::string capitalised(std::string name) {
-  if (!name.empty() && name[0] >= 'a' && name[0] <= 'z')
-    name[0] = static_cast<char>(name[0] - 'a' + 'A');
-  return name;
+// As when there is no room for what is copied.
+[[noreturn]] void failAsOnAFullDisk() {
+  KLException::exceptionWithName("IO", "cannot copy item")
+      .setPOSIXErr(ENOSPC, "copy_file_range")
+      .setCPath("/backup/volume.img")
+      .setLength(std::int64_t{1} << 30)
+      .setCause(Value(Dictionary{{"Free", 4096}, {"Device", "/dev/sdz1"}}))
+      .setExplanation("There is no room left on the backup volume.")
+      .raise();
 }
 
 }  // namespace
 
-bool isKnownCommand(std::string_view name) {
-  static const auto& names = *new std::set<std::string, std::less<>>{
-      "install", "create",  "capture", "restore", "recall",     "merge",   "combine", "delete",
-      "erase",   "compact", "verify",  "encrypt", "correction", "reindex", "repair",  "dump"};
-  return names.contains(name);
+void ExampleCommand::prepare(const std::vector<std::string>& flags) {
+  bool fails = std::ranges::find(flags, "fail") != flags.end();
+  auto weak = std::weak_ptr(std::static_pointer_cast<ExampleCommand>(shared_from_this()));
+  job_ = std::make_shared<Job>(jobLength(flags), [weak, fails] {
+    if (fails) failAsOnAFullDisk();
+    if (auto self = weak.lock()) self->produce();
+  });
 }
-
-ExampleCommand::ExampleCommand(const HelperInvocation& invocation)
-    : name_(invocation.commandName), job_(make<Job>(jobLength(invocation))) {}
 
 void ExampleCommand::queryComponentVersionWithReply(xpc::Reply<std::string> reply) {
   reply(std::string(product::kHelperVersion));
@@ -56,21 +65,21 @@ void ExampleCommand::queryBuildNumberWithReply(xpc::Reply<std::uint32_t> reply) 
   reply(product::kBuildNumber);
 }
 
+// Every property that the command's protocol can set.
 void ExampleCommand::querySupportsProperty(std::string property, xpc::Reply<bool> reply) {
-  static const auto& properties = *new std::set<std::string, std::less<>>{
-      "actionUUID",       "customDescription",
-      "prologScriptPath", "epilogScriptPath",
-      "scriptsNeedUI",    "monitorAutoconnect",
-      "perilousMode",     "rootCommandLogRecordClassification"};
-  reply(properties.contains(property));
+  std::string name = property;
+  if (!name.empty()) name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
+  const auto& protocol = protocolForName(commandName().value_or(""));
+  reply(protocol.methodWithSelector("set" + name + ":") ||
+        protocol.methodWithSelector("add" + name + ":"));
 }
 
 void ExampleCommand::queryNameWithReply(xpc::Reply<std::string> reply) {
-  reply(name_);
+  reply(commandName().value_or(""));
 }
 
 void ExampleCommand::queryHumanReadableNameWithReply(xpc::Reply<std::string> reply) {
-  reply(capitalised(name_));
+  reply(humanReadableName());
 }
 
 void ExampleCommand::setActionUUID(std::optional<std::string> uuid) {
@@ -78,7 +87,7 @@ void ExampleCommand::setActionUUID(std::optional<std::string> uuid) {
 }
 
 void ExampleCommand::queryActionUUIDWithReply(xpc::Reply<std::optional<std::string>> reply) {
-  reply(get("actionUUID"));
+  reply(getString("actionUUID"));
 }
 
 void ExampleCommand::setCustomDescription(std::optional<std::string> description) {
@@ -86,13 +95,16 @@ void ExampleCommand::setCustomDescription(std::optional<std::string> description
 }
 
 void ExampleCommand::queryCustomDescriptionWithReply(xpc::Reply<std::optional<std::string>> reply) {
-  reply(get("customDescription"));
+  reply(getString("customDescription"));
 }
 
+// While the job runs, with how far it has come.
 void ExampleCommand::queryDisplayDescriptionWithReply(
     xpc::Reply<std::optional<std::string>> reply) {
-  auto custom = get("customDescription");
-  reply(custom ? custom : capitalised(name_));
+  std::string text = getString("customDescription").value_or(humanReadableName());
+  auto state = job_->state();
+  if (state.running) text = fmt::format("{}, {:.0f} %", text, std::floor(state.progress * 100));
+  reply(text);
 }
 
 void ExampleCommand::queryProcessIdentifierWithReply(xpc::Reply<std::string> reply) {
@@ -106,7 +118,7 @@ void ExampleCommand::setEpilogScriptPath(std::optional<std::string> path) {
   set("epilogScriptPath", std::move(path));
 }
 void ExampleCommand::setScriptsNeedUI(bool need) {
-  set("scriptsNeedUI", need ? "1" : "0");
+  set("scriptsNeedUI", need);
 }
 
 void ExampleCommand::addListenerToPublishedService(std::string serviceName) {
@@ -120,7 +132,7 @@ void ExampleCommand::removeListenerWithIdentifier(std::string identifier) {
 }
 
 void ExampleCommand::setMonitorAutoconnect(bool autoconnect) {
-  set("monitorAutoconnect", autoconnect ? "1" : "0");
+  set("monitorAutoconnect", autoconnect);
 }
 
 void ExampleCommand::queryRunStateWithReply(xpc::Reply<bool, bool, bool> reply) {
@@ -186,7 +198,7 @@ void ExampleCommand::queryIsPrivilegedWithReply(xpc::Reply<bool> reply) {
 }
 
 void ExampleCommand::setRootCommandLogRecordClassification(std::int32_t classification) {
-  set("rootCommandLogRecordClassification", std::to_string(classification));
+  set("rootCommandLogRecordClassification", classification);
 }
 
 void ExampleCommand::redirectLogPathToFile(std::optional<FileDescriptor> file) {
@@ -195,7 +207,7 @@ void ExampleCommand::redirectLogPathToFile(std::optional<FileDescriptor> file) {
 }
 
 void ExampleCommand::setPerilousMode(bool perilous) {
-  set("perilousMode", perilous ? "1" : "0");
+  set("perilousMode", perilous);
 }
 
 std::optional<Data> ExampleCommand::exceptionData() const {
@@ -203,7 +215,30 @@ std::optional<Data> ExampleCommand::exceptionData() const {
   return exception ? std::optional(dataForException(*exception)) : std::nullopt;
 }
 
-void ExampleCommand::set(const char* property, std::optional<std::string> value) {
+std::string ExampleCommand::humanReadableName() const {
+  return humanReadableNameForCommandName(commandName().value_or(""));
+}
+
+void ExampleCommand::set(const char* property, std::optional<Value> value) {
+  Logger::log(classification::Details, fmt::format("{} = {}", property, describe(value)));
+  keep(property, std::move(value));
+}
+
+void ExampleCommand::add(const char* property, Value value) {
+  Logger::log(classification::Details, fmt::format("{} + {}", property, value.description()));
+  MutexLock lock(mutex_);
+  auto& kept = properties_[property];
+  Array values = kept.array() ? *kept.array() : Array();
+  values.push_back(std::move(value));
+  kept = Value(std::move(values));
+}
+
+void ExampleCommand::setSecret(const char* property, std::optional<std::string> value) {
+  Logger::log(classification::Details, fmt::format("{} is {}", property, value ? "set" : "unset"));
+  keep(property, value ? std::optional<Value>(*value) : std::nullopt);
+}
+
+void ExampleCommand::keep(const char* property, std::optional<Value> value) {
   MutexLock lock(mutex_);
   if (value) {
     properties_.insert_or_assign(property, std::move(*value));
@@ -212,10 +247,20 @@ void ExampleCommand::set(const char* property, std::optional<std::string> value)
   }
 }
 
-std::optional<std::string> ExampleCommand::get(const char* property) const {
+std::optional<Value> ExampleCommand::get(const char* property) const {
   MutexLock lock(mutex_);
   auto found = properties_.find(property);
   return found == properties_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::optional<std::string> ExampleCommand::getString(const char* property) const {
+  auto value = get(property);
+  return value && value->isString() ? std::optional(*value->string()) : std::nullopt;
+}
+
+Dictionary ExampleCommand::properties() const {
+  MutexLock lock(mutex_);
+  return properties_;
 }
 
 }  // namespace hoist::example

@@ -2,31 +2,34 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Job.h"
+#include "connection/CommandInfo.h"
 #include "connection/protocols/CommandMessaging.h"
-#include "helper/HelperTool.h"
-#include "values/Object.h"
+#include "values/Value.h"
 
 namespace hoist::example {
 
-// Whether the example has a command of that name: it has the product's sixteen.
-bool isKnownCommand(std::string_view name);
-
-// A command as its client sees it: it keeps what it is told, answers what it is and how it stands,
-// and does a pretend job when it is run. The flag "seconds=N" says how long the job takes. Safe
-// from any thread.
-class ExampleCommand final : public Object, public CommandMessaging {
+// A command as its client sees it: it keeps what it is told, says so in its log, answers what it is
+// and how it stands, and does a pretend job when it is run. What distinguishes one command from
+// another stands in its subclasses. Safe from any thread.
+//
+// Two flags change the job: "seconds=N" is how long it takes, "fail" makes it end with an exception
+// as from a full disk.
+class ExampleCommand : public CommandInfo, public virtual CommandMessaging {
  public:
-  explicit ExampleCommand(const HelperInvocation& invocation);
+  // Called once, before the command is served.
+  void prepare(const std::vector<std::string>& flags);
 
   bool isRunning() const { return job_->state().running; }
+  // Everything that it was told and that it keeps.
+  Dictionary properties() const;
   // Calls the function when the job, which runs, has ended.
   void callWhenEnded(std::function<void()> function) { job_->run(std::move(function)); }
 
@@ -69,17 +72,27 @@ class ExampleCommand final : public Object, public CommandMessaging {
   void redirectLogPathToFile(std::optional<FileDescriptor> file) override;
   void setPerilousMode(bool perilous) override;
 
-  std::string className() const override { return "ExampleCommand"; }
+ protected:
+  // What the job produces when its time is over; the job ends with the exception that it throws. On
+  // a thread of its own.
+  virtual void produce() {}
+
+  void set(const char* property, std::optional<Value> value);
+  // Adds to the array that the property is.
+  void add(const char* property, Value value);
+  // Keeps the value out of the log.
+  void setSecret(const char* property, std::optional<std::string> value);
+  std::optional<Value> get(const char* property) const;
+  std::optional<std::string> getString(const char* property) const;
 
  private:
+  std::string humanReadableName() const;
   std::optional<Data> exceptionData() const;
-  void set(const char* property, std::optional<std::string> value);
-  std::optional<std::string> get(const char* property) const;
+  void keep(const char* property, std::optional<Value> value);
 
-  const std::string name_;
-  const Ref<Job> job_;
+  Ref<Job> job_;  // never replaced once the command is served
   mutable Mutex mutex_;
-  std::map<std::string, std::string, std::less<>> properties_ GUARDED_BY(mutex_);
+  Dictionary properties_ GUARDED_BY(mutex_);
   std::set<std::string, std::less<>> listeners_ GUARDED_BY(mutex_);
 };
 

@@ -16,7 +16,14 @@ constexpr std::chrono::hours kLongestWait{1};
 
 Job::State Job::state() const {
   MutexLock lock(mutex_);
-  return {.running = running_, .finished = finished_, .held = held_, .paused = isPaused()};
+  double left = length_.count() > 0
+                    ? static_cast<double>(leftNow().count()) / static_cast<double>(length_.count())
+                    : 0;
+  return {.running = running_,
+          .finished = finished_,
+          .held = held_,
+          .paused = isPaused(),
+          .progress = std::clamp(1 - left, 0.0, 1.0)};
 }
 
 std::optional<KLException> Job::exception() const {
@@ -77,12 +84,13 @@ void Job::cancel() {
 }
 
 void Job::work() {
-  std::vector<std::function<void()>> completions;
+  bool cancelled = false;
   {
     MutexLock lock(mutex_);
     while (!cancelled_ && left_.count() > 0) {
       auto start = Clock::instant();
       bool advancing = !held_ && !isPaused();
+      if (advancing) advancingSince_ = start;
       auto wait =
           std::min<std::chrono::nanoseconds>(advancing ? left_ : kLongestWait, kLongestWait);
       if (!held_ && pausedUntil_ && isPaused())
@@ -90,14 +98,35 @@ void Job::work() {
       unsigned seen = changes_;
       Clock::waitUntil(changed_, mutex_, start + wait,
                        [&]() NO_THREAD_SAFETY_ANALYSIS { return changes_ != seen; });
-      if (advancing) left_ -= Clock::instant() - start;
+      left_ = leftNow();
+      advancingSince_.reset();
     }
-    finish(cancelled_
-               ? std::optional(KLException::exceptionWithName("Cancel", "cancelled by its client"))
-               : std::nullopt);
+    cancelled = cancelled_;
+  }
+  auto exception = cancelled ? KLException::exceptionWithName("Cancel", "cancelled by its client")
+                             : resultOfProducing();
+  std::vector<std::function<void()>> completions;
+  {
+    MutexLock lock(mutex_);
+    finish(std::move(exception));
     completions.swap(completions_);
   }
   for (auto& completion : completions) completion();
+}
+
+std::optional<KLException> Job::resultOfProducing() const {
+  try {
+    if (produce_) produce_();
+    return std::nullopt;
+  } catch (const KLException& exception) {
+    return exception;
+  } catch (const std::exception& exception) {
+    return KLException::exceptionWithName("Bug", exception.what());
+  }
+}
+
+std::chrono::nanoseconds Job::leftNow() const {
+  return advancingSince_ ? left_ - (Clock::instant() - *advancingSince_) : left_;
 }
 
 void Job::finish(std::optional<KLException> exception) {

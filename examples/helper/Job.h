@@ -18,13 +18,17 @@ namespace hoist::example {
 // like a real one. Safe from any thread.
 class Job : public std::enable_shared_from_this<Job> {
  public:
-  explicit Job(std::chrono::nanoseconds length) : left_(length) {}
+  // What it produces is asked for once, on its own thread, when its time is over; it ends with the
+  // exception that this throws.
+  Job(std::chrono::nanoseconds length, std::function<void()> produce)
+      : length_(length), produce_(std::move(produce)), left_(length) {}
 
   struct State {
     bool running = false;
     bool finished = false;
     bool held = false;
     bool paused = false;
+    double progress = 0;  // from 0 to 1
   };
   State state() const;
   // What ended it other than the passing of its time; nothing while it runs.
@@ -43,14 +47,21 @@ class Job : public std::enable_shared_from_this<Job> {
 
  private:
   void work();
+  std::optional<KLException> resultOfProducing() const;
+  std::chrono::nanoseconds leftNow() const REQUIRES(mutex_);
   void finish(std::optional<KLException> exception) REQUIRES(mutex_);
   bool isPaused() const REQUIRES(mutex_) {
     return pausedUntil_ && Clock::instant() < *pausedUntil_;
   }
 
+  const std::chrono::nanoseconds length_;
+  const std::function<void()> produce_;
+
   mutable Mutex mutex_;
   std::condition_variable_any changed_;
   std::chrono::nanoseconds left_ GUARDED_BY(mutex_);
+  // Since when it has been advancing, if it is.
+  std::optional<Clock::Instant> advancingSince_ GUARDED_BY(mutex_);
   bool running_ GUARDED_BY(mutex_) = false;
   bool finished_ GUARDED_BY(mutex_) = false;
   bool held_ GUARDED_BY(mutex_) = false;

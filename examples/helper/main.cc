@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "ExampleCommand.h"
+#include "Commands.h"
 #include "helper/HelperTool.h"
 #include "platform/Dispatch.h"
 #include "platform/RunLoop.h"
@@ -28,13 +28,15 @@ constexpr std::chrono::seconds kFirstClientLimit{60};
 
 int main() {
   using namespace hoist;
+  example::registerClasses();
   auto tool = HelperTool::start(kVersion);
   if (!tool) return 1;
-  if (!example::isKnownCommand(tool->invocation().commandName)) {
-    tool->refuse("unknown command " + tool->invocation().commandName);
+  const auto& name = tool->invocation().commandName;
+  auto command = example::makeCommand(name, tool->invocation().flags);
+  if (!command) {
+    tool->refuse("unknown command " + name);
     return 1;
   }
-  auto command = make<example::ExampleCommand>(tool->invocation());
   auto end = [] { dispatch::mainQueue().async([] { std::exit(0); }); };
   // A job goes on without its client, and is the last thing that the helper does then.
   auto clientLeft = [command, end] {
@@ -44,8 +46,7 @@ int main() {
       end();
     }
   };
-  tool->serve(command, xpc::Interface::interfaceWithProtocol(commandMessagingProtocol()),
-              clientLeft);
+  tool->serve(command, CommandInfo::interfaceForName(name), clientLeft);
   tool->accept();
   if (!tool->couple()) return 1;
   dispatch::mainQueue().after(kFirstClientLimit, [&tool] {

@@ -5,12 +5,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 
 #include "hoistctl/HoistClient.h"
 #include "hoistctl/Output.h"
-#include "platform/Bundle.h"
 
 namespace hoist::ctl {
 namespace {
@@ -19,42 +17,30 @@ double microseconds(std::chrono::nanoseconds time) {
   return static_cast<double>(time.count()) / 1000;
 }
 
-// The helper's executable: the path itself, or the main executable of the bundle that it names.
-std::string executableOf(const std::string& path) {
-  std::error_code failure;
-  std::string absolute = std::filesystem::absolute(path, failure).lexically_normal().string();
-  if (failure || !std::filesystem::is_directory(absolute, failure)) return absolute;
-  auto bundle = platform::Bundle::bundleWithPath(absolute);
-  auto executable = bundle ? bundle->executablePath() : std::nullopt;
-  if (!executable)
-    throw CommandError(Failure::Usage, path + ": no application bundle with an executable");
-  return *executable;
-}
-
-void printLaunch(const LaunchedHelperFacts& facts) {
-  fmt::print("service name    {}\n", facts.serviceName);
-  if (!facts.hasEndpoint) {
+void printLaunch(const LaunchedHelper& helper, const std::optional<HelperFacts>& facts) {
+  fmt::print("service name    {}\n", helper.serviceName);
+  if (!facts) {
     fmt::print("endpoint        none: the helper did not publish one in time\n");
     return;
   }
-  fmt::print("endpoint        in hand\nbarrier         {:.1f} µs\n", microseconds(facts.barrier));
-  fmt::print("command         {} ({})\n", facts.name, facts.humanReadableName);
-  fmt::print("process         {}{}\n", facts.process, facts.privileged ? ", privileged" : "");
-  if (facts.realUser)
-    fmt::print("real user       {}\neffective user  {}\n", *facts.realUser, *facts.effectiveUser);
+  fmt::print("endpoint        in hand\nbarrier         {:.1f} µs\n", microseconds(facts->barrier));
+  fmt::print("command         {} ({})\n", facts->name, facts->humanReadableName);
+  fmt::print("process         {}{}\n", facts->process, facts->privileged ? ", privileged" : "");
+  if (facts->realUser)
+    fmt::print("real user       {}\neffective user  {}\n", *facts->realUser, *facts->effectiveUser);
 }
 
-Json launchAsJson(const LaunchedHelperFacts& facts) {
-  Json json{{"serviceName", facts.serviceName}, {"endpoint", facts.hasEndpoint}};
-  if (!facts.hasEndpoint) return json;
-  json["barrierMicroseconds"] = microseconds(facts.barrier);
-  json["command"] = facts.name;
-  json["humanReadableName"] = facts.humanReadableName;
-  json["process"] = facts.process;
-  json["privileged"] = facts.privileged;
-  if (facts.realUser) {
-    json["realUser"] = *facts.realUser;
-    json["effectiveUser"] = *facts.effectiveUser;
+Json launchAsJson(const LaunchedHelper& helper, const std::optional<HelperFacts>& facts) {
+  Json json{{"serviceName", helper.serviceName}, {"endpoint", facts.has_value()}};
+  if (!facts) return json;
+  json["barrierMicroseconds"] = microseconds(facts->barrier);
+  json["command"] = facts->name;
+  json["humanReadableName"] = facts->humanReadableName;
+  json["process"] = facts->process;
+  json["privileged"] = facts->privileged;
+  if (facts->realUser) {
+    json["realUser"] = *facts->realUser;
+    json["effectiveUser"] = *facts->effectiveUser;
   }
   return json;
 }
@@ -123,11 +109,14 @@ void addLaunchCommand(CLI::App& app, const Common& common) {
       ->allow_extra_args(false);
   command->callback([&common, options] {
     HoistClient client(common.serviceName);
-    auto facts = client.launch(executableOf(options->helper), options->command, options->flags);
+    auto helper =
+        client.launch(helperExecutable(options->helper), options->command, options->flags);
+    std::optional<HelperFacts> facts;
+    if (helper.endpoint) facts = askHelper(*connectToHelper(helper, options->command));
     if (common.json) {
-      printJson(launchAsJson(facts));
+      printJson(launchAsJson(helper, facts));
     } else {
-      printLaunch(facts);
+      printLaunch(helper, facts);
     }
   });
 }

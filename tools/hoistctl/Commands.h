@@ -19,6 +19,7 @@ struct Common {
 void addStatusCommand(CLI::App& app, const Common& common);
 void addBarrierCommand(CLI::App& app, const Common& common);
 void addLaunchCommand(CLI::App& app, const Common& common);
+void addRunCommand(CLI::App& app, const Common& common);
 void addSupportFolderCommand(CLI::App& app, const Common& common);
 void addSampleCommand(CLI::App& app, const Common& common);
 // These do not need the hoist.

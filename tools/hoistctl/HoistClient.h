@@ -7,42 +7,24 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "platform/xpc/Connection.h"
+#include "connection/KLEndpointConnection.h"
+#include "connection/KLServiceConnection.h"
+#include "hoistctl/CommandError.h"
 
 namespace hoist::ctl {
 
-// What went wrong, as an exit status.
-enum class Failure { Refused = 1, Usage = 2, Unreachable = 3 };
-
-class CommandError : public std::runtime_error {
- public:
-  CommandError(Failure kind, const std::string& message)
-      : std::runtime_error(message), kind_(kind) {}
-  Failure kind() const { return kind_; }
-
- private:
-  Failure kind_;
-};
-
-// What went wrong has been printed already.
-class Reported : public std::exception {
- public:
-  explicit Reported(Failure kind) : kind_(kind) {}
-  Failure kind() const { return kind_; }
-
- private:
-  Failure kind_;
-};
-
-struct LaunchedHelperFacts {
+// A helper that the hoist has launched.
+struct LaunchedHelper {
   std::string serviceName;
-  // Nothing when the helper did not publish an endpoint in time; then nothing below is known
-  // either.
-  bool hasEndpoint = false;
+  // Nothing when the helper did not publish one in time.
+  std::optional<xpc::Endpoint> endpoint;
+};
+
+// What a helper says of itself through its endpoint.
+struct HelperFacts {
   std::chrono::nanoseconds barrier{};
   std::string name;
   std::string humanReadableName;
@@ -60,21 +42,29 @@ class HoistClient {
 
   std::string componentVersion();
   std::uint32_t buildNumber();
-  // How long the round trip took.
+  // How long a round trip took.
   std::chrono::nanoseconds barrier();
 
   // Has the calling user's folder in the local support folder made. Whether that worked is not
   // answered.
   void createSupportFolder();
 
-  // Starts the helper and talks to it through its endpoint. Throws CommandError (Refused) when the
-  // hoist does not.
-  LaunchedHelperFacts launch(const std::string& helperPath, const std::string& command,
-                             const std::vector<std::string>& flags);
+  // Has the helper started for the command. Throws CommandError (Refused) when the hoist does not.
+  LaunchedHelper launch(const std::string& helperPath, const std::string& command,
+                        const std::vector<std::string>& flags);
 
  private:
-  const std::string serviceName_;
-  Ref<xpc::Connection> connection_;
+  const Ref<KLServiceConnection> connection_;
 };
+
+// The helper's executable: the path itself, or the main executable of the bundle that it names.
+// Throws CommandError (Usage).
+std::string helperExecutable(const std::string& path);
+
+// The connection through which the command of a launched helper is driven. Throws CommandError when
+// the helper has no endpoint.
+Ref<KLEndpointConnection> connectToHelper(const LaunchedHelper& helper, const std::string& command);
+
+HelperFacts askHelper(KLConnection& helper);
 
 }  // namespace hoist::ctl

@@ -2,7 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // hoistctl: what a person, or a script, asks the hoist for, or wants to know about volumes and
 // files. Ends with 0, 1 when the hoist or the file system refused, 2 for a command line that makes
-// no sense, 3 when the hoist cannot be reached.
+// no sense, 3 when hoist or helper cannot be reached, 4 when the helper's command ended with an
+// exception.
 
 #include <fmt/format.h>
 
@@ -42,6 +43,7 @@ int main(int argc, char** argv) {
   ctl::addStatusCommand(app, common);
   ctl::addBarrierCommand(app, common);
   ctl::addLaunchCommand(app, common);
+  ctl::addRunCommand(app, common);
   ctl::addSupportFolderCommand(app, common);
   ctl::addSampleCommand(app, common);
   ctl::addVolumesCommand(app, common);

@@ -129,6 +129,10 @@ Proxy::Proxy(Ref<Connection> connection, ErrorHandler handler)
 
 Proxy::~Proxy() = default;
 
+void Proxy::send(const Method& method, const Write& write) const {
+  sendMessage(method.key, write, nullptr);
+}
+
 void Proxy::sendMessage(const void* key, const Write& write, Read read) const {
   auto interface = connection_->remoteObjectInterface();
   const Method* method = interface ? interface->protocol().methodWithKey(key) : nullptr;

@@ -39,10 +39,14 @@ class Proxy {
                std::bool_constant<Traits::kHasReply>(), std::forward<Given>(given)...);
   }
 
+  // The same for an operation without a reply that is known only when the program runs: the
+  // function writes the arguments, in order and with their types.
+  using Write = std::function<void(ArgumentWriter&)>;
+  void send(const Method& method, const Write& write) const;
+
   const Ref<Connection>& connection() const { return connection_; }
 
  private:
-  using Write = std::function<void(ArgumentWriter&)>;
   using Read = std::function<void(ArgumentReader&)>;
 
   template <class... Arguments, class... Results, bool hasReply, class... Given>

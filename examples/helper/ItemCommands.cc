@@ -1,0 +1,35 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+#include "ItemCommands.h"
+
+namespace hoist::example {
+
+void RestoreCommand::addNodeIdentifiedBy(Ref<Object> node) {
+  add("nodeIdentifiedBy", std::move(node));
+}
+
+void RestoreCommand::setRestoreVolume(std::optional<Ref<Object>> volume) {
+  set("restoreVolume", std::move(volume));
+}
+
+void RestoreCommand::setIncludeDeleted(bool include) {
+  set("includeDeleted", include);
+}
+
+void RestoreCommand::setOwnershipEdict(std::int32_t edict) {
+  set("ownershipEdict", edict);
+}
+
+void RecallCommand::setRecallPath(std::optional<std::string> path) {
+  set("recallPath", std::move(path));
+}
+
+void CombineCommand::addNodeIdentifiedBy(Ref<Object> node) {
+  add("nodeIdentifiedBy", std::move(node));
+}
+
+void DeleteItemCommand::addNodeIdentifiedBy(Ref<Object> node) {
+  add("nodeIdentifiedBy", std::move(node));
+}
+
+}  // namespace hoist::example
