@@ -85,6 +85,7 @@ class UnderWay {
 
 class Run : public testing::Test {
  protected:
+  ~Run() override { fs::remove_all(Sandbox::shared().folder() + "/run"); }
   ClientResult run(const std::string& command, std::vector<std::string> options = {}) {
     std::vector<std::string> arguments{"run", command, helper_};
     arguments.insert(arguments.end(), options.begin(), options.end());

@@ -41,7 +41,10 @@ void readUsers(HelperFacts& facts) {
 
 HoistClient::HoistClient(std::string serviceName)
     : connection_(KLServiceConnection::initWithServiceName(std::move(serviceName),
-                                                           tesselHoistingProtocol())) {}
+                                                           tesselHoistingProtocol())) {
+  // The first call is the test, and says why when it fails.
+  connection_->setVerifyConnection(false);
+}
 
 std::string HoistClient::componentVersion() {
   return ask<&KLComponentInstalling::queryComponentVersionWithReply, std::string>(*connection_);

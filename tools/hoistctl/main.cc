@@ -13,10 +13,22 @@
 
 #include "hoistctl/Commands.h"
 #include "hoistctl/HoistClient.h"
+#include "logging/Logger.h"
 #include "platform/Exception.h"
 #include "values/product.h"
 
 namespace {
+
+// What fails is said once, by the command that it makes fail.
+class SilentLogger final : public hoist::Logger {
+ public:
+  bool writesClassification(hoist::Classification) const override { return false; }
+  std::optional<std::string> formatMessage(std::string_view, const hoist::LogLineIdentifier&,
+                                           hoist::Classification, std::string_view) override {
+    return std::nullopt;
+  }
+  std::string className() const override { return "SilentLogger"; }
+};
 
 int fail(const hoist::ctl::Common& common, int status, const std::string& message) {
   if (common.json) {
@@ -32,6 +44,7 @@ int fail(const hoist::ctl::Common& common, int status, const std::string& messag
 
 int main(int argc, char** argv) {
   using namespace hoist;
+  Logger::setDefaultLogger(make<SilentLogger>());
   ctl::Common common{.serviceName = std::string(product::kHoistServiceName)};
   CLI::App app(
       "Talks to the hoist, the privileged daemon, and shows volumes and files as it sees them.",
