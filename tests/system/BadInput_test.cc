@@ -55,8 +55,9 @@ dbus::OutgoingMessage call(const std::string& interface, const std::string& memb
                            const std::function<void(MessageWriter&)>& write) {
   auto message =
       xpc::rawCall({.interface = interface, .member = member, .signature = signature}, 1, write);
-  auto found = std::ranges::search(message.bytes, kNoText);
-  if (!found.empty()) found.front() = 0xff;
+  auto found =
+      std::search(message.bytes.begin(), message.bytes.end(), kNoText.begin(), kNoText.end());
+  if (found != message.bytes.end()) *found = 0xff;
   return message;
 }
 
