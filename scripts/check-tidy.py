@@ -35,7 +35,9 @@ def run_on(files, *command):
     with tempfile.NamedTemporaryFile("w", suffix=".cc") as unit:
         unit.writelines(f'#include "{file}"\n' for file in files)
         unit.flush()
-        words = [unit.name if word == "UNIT" else word for word in command]
+        # A file alone is looked at as itself: what is included is taken for a header.
+        name = unit.name if len(files) > 1 else str(files[0])
+        words = [name if word == "UNIT" else word for word in command]
         return subprocess.run(words, capture_output=True, text=True, check=False)
 
 

@@ -30,7 +30,7 @@ int main(int count, char** arguments) {
   auto ended = ConditionLock::messageLock();
   proxy->connection()
       ->remoteObjectProxyWithErrorHandler([&](auto&) { ended->messageReplied(); })
-      ->send<&CommandMessaging::runWithReply>([&](std::optional<Data> exception) {
+      ->send<&CommandMessaging::runWithReply>([&](const auto& exception) {
         outcome = exception ? "failed" : "finished";
         ended->messageReplied();
       });

@@ -52,7 +52,7 @@ void DumpCommand::clearDumpFlags(std::uint16_t flags, std::int64_t set) {
 }
 
 void DumpCommand::listNodeIdentifiedBy(Ref<Object> node) {
-  add("nodeIdentifiedBy", std::move(node));
+  add("nodeIdentifiedBy", node);
 }
 
 void DumpCommand::setIncludeDeleted(bool include) {

@@ -5,7 +5,7 @@
 namespace hoist::example {
 
 void RestoreCommand::addNodeIdentifiedBy(Ref<Object> node) {
-  add("nodeIdentifiedBy", std::move(node));
+  add("nodeIdentifiedBy", node);
 }
 
 void RestoreCommand::setRestoreVolume(std::optional<Ref<Object>> volume) {
@@ -25,11 +25,11 @@ void RecallCommand::setRecallPath(std::optional<std::string> path) {
 }
 
 void CombineCommand::addNodeIdentifiedBy(Ref<Object> node) {
-  add("nodeIdentifiedBy", std::move(node));
+  add("nodeIdentifiedBy", node);
 }
 
 void DeleteItemCommand::addNodeIdentifiedBy(Ref<Object> node) {
-  add("nodeIdentifiedBy", std::move(node));
+  add("nodeIdentifiedBy", node);
 }
 
 }  // namespace hoist::example

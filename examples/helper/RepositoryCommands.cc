@@ -19,7 +19,7 @@ void CreateRepositoryCommand::setSettings(Dictionary settings) {
 }
 
 void CaptureCommand::addTargetPath(Ref<Object> path) {
-  add("targetPath", std::move(path));
+  add("targetPath", path);
 }
 
 void CaptureCommand::setIgnoreHistory(bool ignore) {

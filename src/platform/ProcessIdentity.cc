@@ -37,7 +37,7 @@ std::string readStatus(int folder) {
 // program's own text, in which a line feed is escaped); null if there is none.
 const char* field(const std::string& status, const char* key) {
   const std::size_t at = status.find(std::string("\n") + key);
-  return at == status.npos ? nullptr : status.c_str() + at + 1 + std::strlen(key);
+  return at == std::string::npos ? nullptr : status.c_str() + at + 1 + std::strlen(key);
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ struct GraphLine {
 std::optional<GraphLine> parseGraphLine(std::string_view line) {
   GraphLine parsed;
   const std::size_t number = line.find_first_not_of(" |");
-  if (number == line.npos || number < kMargin) return std::nullopt;
+  if (number == std::string_view::npos || number < kMargin) return std::nullopt;
   const char* const end = line.data() + line.size();
   const auto [next, error] = std::from_chars(line.data() + number, end, parsed.count);
   // A name stands behind the number.
@@ -50,7 +50,7 @@ std::optional<GraphLine> parseGraphLine(std::string_view line) {
 Box functionBox(const GraphLine& line) {
   constexpr std::string_view kIn = "  (in ";
   const std::size_t in = line.text.rfind(kIn);
-  if (in == line.text.npos) return {.name = line.text, .width = line.count};
+  if (in == std::string_view::npos) return {.name = line.text, .width = line.count};
   const std::string_view image = line.text.substr(in + kIn.size());
   return {.name = line.text.substr(0, in),
           .image = image.substr(0, image.rfind(") + ")),
@@ -89,9 +89,9 @@ bool Reader::readHeader(std::string_view& text) {
   while (!text.empty()) {
     const std::string_view line = takeLine(text);
     const std::size_t value = line.find_first_not_of(' ', line.find(':') + 1);
-    if (line.starts_with("Process:") && value != line.npos) {
+    if (line.starts_with("Process:") && value != std::string_view::npos) {
       graph_.title = line.substr(value);
-    } else if (line.starts_with("Sampled:") && value != line.npos) {
+    } else if (line.starts_with("Sampled:") && value != std::string_view::npos) {
       // A report that holds not a single sample says so in words.
       static_cast<void>(std::sscanf(std::string(line.substr(value)).c_str(), "for %lf s, %lu times",
                                     &seconds_, &samples_));

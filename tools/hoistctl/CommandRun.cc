@@ -129,7 +129,7 @@ void CommandRun::showState() {
       state->paused = paused;
     });
     proxy.send<&CommandMessaging::queryDisplayDescriptionWithReply>(
-        [state](std::optional<std::string> text) {
+        [state](const std::optional<std::string>& text) {
           MutexLock lock(state->mutex);
           state->text = text.value_or("");
         });

@@ -23,6 +23,7 @@ void registerClasses() {
 
 std::vector<Setting> settingsOf(const std::vector<std::string>& texts, const std::string& command) {
   std::vector<Setting> settings;
+  settings.reserve(texts.size());
   for (const auto& text : texts) settings.emplace_back(text, CommandInfo::protocolForName(command));
   return settings;
 }

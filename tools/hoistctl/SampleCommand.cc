@@ -99,6 +99,7 @@ class TimeKeeper {
 // Answers whether all samples ended in time.
 bool takeSamples(const Common& common, const Options& options, const std::vector<Sample>& samples) {
   std::vector<std::string> reports;
+  reports.reserve(samples.size());
   for (const Sample& sample : samples) reports.push_back(sample.report);
   ProgressBar bar(common.json);
   TimeKeeper keeper(options.duration);
