@@ -32,6 +32,11 @@ test=(
   # A machine that boots, for the units.
   systemd-container
 )
+# Node with npm and the headers. Who has them already may have them from Node's own package, which is
+# all three and goes with none of Debian's.
+if [ ! -x /usr/bin/npm ] || [ ! -e /usr/include/node/node.h ]; then
+  test+=(nodejs npm libnode-dev)
+fi
 
 # To run ./bench besides.
 bench=(

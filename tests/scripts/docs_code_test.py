@@ -22,7 +22,8 @@ class DocsCode(unittest.TestCase):
                 lines = (ROOT / name).read_text().splitlines(keepends=True)
                 self.assertEqual(text, "".join(line for line in lines if "SPDX-" not in line), f"{document}: {name}")
                 self.assertLessEqual(text.count("\n"), MOST_LINES, name)
-        self.assertLessEqual({"examples/client/main.cc", "examples/hello/main.cc", "examples/client/client.py"}, names)
+        self.assertLessEqual({"examples/client/main.cc", "examples/hello/main.cc", "examples/client/client.py",
+                              "examples/client/client.js"}, names)
 
 
 if __name__ == "__main__":

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <regex>
 
 #include "connection/KLEndpointConnection.h"
 #include "connection/protocols/KLComponentMessaging.h"
@@ -60,6 +61,59 @@ TEST_F(Examples, TheClientInPythonRunsACommand) {
   EXPECT_EQ(asUser({"/usr/bin/python3", script, helper, "capture"}).output, "finished\n")
       << hoist_.log();
   EXPECT_EQ(asUser({"/usr/bin/python3", script, helper, "levitate"}).output,
+            "no helper was launched\n");
+}
+
+// The client in Node with what it takes from npm beside it, which is where Node looks. Installed
+// once for a build; again when another version is wanted.
+class ExamplesInNode : public Examples {
+ protected:
+  // Before there is a sandbox: whoever resolves names for npm may be found through /run.
+  static void SetUpTestSuite() {
+    namespace fs = std::filesystem;
+    fs::create_directories(kFolder);
+    for (std::string file : {"client.js", "package.json"}) {
+      fs::copy_file(kSources + file, kFolder + file, fs::copy_options::overwrite_existing);
+    }
+    const std::string lock = "package-lock.json", installed = kFolder + "node_modules/" + lock;
+    if (fs::exists(installed) &&
+        runProgram("/usr/bin/cmp", {kSources + lock, kFolder + lock}).status == 0) {
+      return;
+    }
+    fs::remove(kFolder + lock);
+    fs::copy_file(kSources + lock, kFolder + lock);
+    fs::remove(installed);
+    // The system's Node, with its headers; node-gyp would fetch others.
+    npm_ =
+        runProgram("/usr/bin/env",
+                   {"PATH=/usr/bin:/bin", "npm_config_nodedir=/usr", "npm_config_fetch_retries=1",
+                    "npm_config_fetch_retry_mintimeout=1000", "npm", "ci", "--prefix", kFolder});
+    // npm writes its own list before it compiles.
+    if (npm_.status != 0) fs::remove_all(kFolder + "node_modules");
+  }
+
+  void SetUp() override {
+    static const auto& unreachable = *new std::regex(
+        "npm (error|ERR!) code (ENOTFOUND|EAI_AGAIN|ECONN[A-Z]+|E[A-Z]*TIMEDOUT|E[A-Z]+UNREACH|"
+        "ERR_SOCKET_TIMEOUT)");
+    if (npm_.status != 0 && std::regex_search(npm_.output, unreachable)) {
+      GTEST_SKIP() << "npm's registry cannot be reached: " << npm_.output;
+    }
+    ASSERT_EQ(npm_.status, 0) << npm_.output;
+  }
+
+  static inline const std::string& kSources =
+      *new std::string(HOIST_SOURCE_DIR "/examples/client/");
+  static inline const std::string& kFolder = *new std::string(HOIST_BUILD_DIR "/npm/client/");
+  static inline ProgramResult npm_{};
+};
+
+TEST_F(ExamplesInNode, TheClientRunsACommand) {
+  auto helper = makeHelper("KelvoHelper");
+  EXPECT_EQ(asUser({"/usr/bin/node", kFolder + "client.js", helper, "capture"}).output,
+            "finished\n")
+      << hoist_.log();
+  EXPECT_EQ(asUser({"/usr/bin/node", kFolder + "client.js", helper, "levitate"}).output,
             "no helper was launched\n");
 }
 
