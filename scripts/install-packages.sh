@@ -31,6 +31,8 @@ test=(
   acl attr bindfs xfsprogs btrfs-progs e2fsprogs dosfstools exfatprogs exfat-fuse util-linux mount
   # A machine that boots, for the units.
   systemd-container
+  # What npm compiles with.
+  make
 )
 # Node with npm and the headers. Who has them already may have them from Node's own package, which is
 # all three and goes with none of Debian's.

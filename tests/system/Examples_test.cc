@@ -85,16 +85,17 @@ class ExamplesInNode : public Examples {
     fs::remove(done);
     fs::copy_file(kSources + lock, kFolder + lock, fs::copy_options::overwrite_existing);
     // The system's Node, with its headers; node-gyp would fetch others.
-    npm_ = runProgram("/usr/bin/env",
-                      {"PATH=/usr/bin:/bin", "npm_config_nodedir=/usr",
-                       "npm_config_fetch_retries=1", "npm_config_fetch_retry_mintimeout=1000",
-                       "npm_config_prefer_offline=true", "npm", "ci", "--prefix", kFolder});
+    npm_ =
+        runProgram("/usr/bin/env",
+                   {"PATH=/usr/bin:/bin", "npm_config_nodedir=/usr", "npm_config_fetch_retries=1",
+                    "npm_config_fetch_retry_mintimeout=1000", "npm_config_fetch_timeout=30000",
+                    "npm_config_prefer_offline=true", "npm", "ci", "--prefix", kFolder});
   }
 
   void SetUp() override {
     static const auto& unreachable = *new std::regex(
         "npm (error|ERR!) code (ENOTFOUND|EAI_AGAIN|ECONN[A-Z]+|E[A-Z]*TIMEDOUT|E[A-Z]+UNREACH|"
-        "ERR_SOCKET_TIMEOUT)");
+        "ERR_SOCKET_TIMEOUT|ENOTCACHED|E403|E50[0-9])");
     std::smatch reason;
     if (npm_.status != 0 && std::regex_search(npm_.output, reason, unreachable)) {
       GTEST_SKIP() << "npm's registry cannot be reached: " << reason[2];
