@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "connection/protocols/TesselHoisting.h"
-#include "hoistctl/HoistClient.h"
+#include "hoistctl/Ask.h"
 #include "platform/ConditionLock.h"
 
 namespace hoist::ctl {
@@ -19,28 +19,27 @@ struct SampleRequest::Answer {
 
 SampleRequest::SampleRequest(const std::string& serviceName, const std::vector<pid_t>& processes,
                              const std::vector<std::string>& reports)
-    : answer_(make<Answer>()), connection_(xpc::Connection::initWithMachServiceName(serviceName)) {
-  connection_->setRemoteObjectInterface(
-      xpc::Interface::interfaceWithProtocol(tesselHoistingProtocol()));
-  connection_->resume();
-  auto proxy =
-      connection_->remoteObjectProxyWithErrorHandler([answer = answer_](const Ref<Error>& error) {
+    : answer_(make<Answer>()),
+      connection_(KLServiceConnection::initWithServiceName(serviceName, tesselHoistingProtocol())) {
+  auto proxy = connection_->serviceProxy();
+  if (!proxy) throwFailure(*connection_, nullptr);
+  // A round trip would be back long before the answer, so its failure has a handler of its own.
+  auto request = proxy->connection()->remoteObjectProxyWithErrorHandler(
+      [answer = answer_](const Ref<Error>& error) {
         answer->error = error;
         answer->lock.messageReplied();
       });
-  proxy->send<&TesselHoisting::asyncSample>(processes, reports, [answer = answer_](bool finished) {
-    answer->finished = finished;
-    answer->lock.messageReplied();
-  });
+  request->send<&TesselHoisting::asyncSample>(processes, reports,
+                                              [answer = answer_](bool finished) {
+                                                answer->finished = finished;
+                                                answer->lock.messageReplied();
+                                              });
 }
 
 bool SampleRequest::waitForAnswer(std::chrono::duration<double> time) {
   if (!answer_->lock.waitForMessageReplyBeforeInterval(time.count())) return false;
   if (answer_->finished) return true;
-  const Error& error = *answer_->error;
-  throw CommandError(
-      error.code() == Error::kConnectionReplyInvalid ? Failure::Refused : Failure::Unreachable,
-      error.localizedDescription().value_or(error.description()));
+  throwFailure(*connection_, answer_->error);
 }
 
 bool SampleRequest::finished() const {

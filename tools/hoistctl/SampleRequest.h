@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/xpc/Connection.h"
+#include "connection/KLServiceConnection.h"
 
 namespace hoist::ctl {
 
@@ -16,7 +16,8 @@ namespace hoist::ctl {
 // one thread.
 class SampleRequest {
  public:
-  // A report for each process; paths are absolute.
+  // A report for each process; paths are absolute. Throws CommandError when the hoist cannot be
+  // reached.
   SampleRequest(const std::string& serviceName, const std::vector<pid_t>& processes,
                 const std::vector<std::string>& reports);
 
@@ -30,7 +31,7 @@ class SampleRequest {
   struct Answer;
 
   Ref<Answer> answer_;
-  Ref<xpc::Connection> connection_;
+  Ref<KLServiceConnection> connection_;
 };
 
 }  // namespace hoist::ctl
