@@ -93,6 +93,21 @@ class SdbusCpp final : public Client {
   const std::unique_ptr<sdbus::IProxy> proxy_;
 };
 
+// A connection to a message bus, and a first question to the bus itself.
+class MessageBus final : public Client {
+ public:
+  explicit MessageBus(const std::string& address)
+      : proxy_(sdbus::createProxy(sdbus::createSessionBusConnectionWithAddress(address),
+                                  "org.freedesktop.DBus", "/org/freedesktop/DBus")) {}
+  void call() override {
+    std::string identifier;
+    proxy_->callMethod("GetId").onInterface("org.freedesktop.DBus").storeResultsTo(identifier);
+  }
+
+ private:
+  const std::unique_ptr<sdbus::IProxy> proxy_;
+};
+
 // ----- The measurements --------------------------------------------------------------------------
 
 using MakeClient = std::function<std::unique_ptr<Client>()>;
@@ -126,6 +141,9 @@ void addFirstCall(const char* name, const MakeClient& makeClient) {
 void measure() {
   TemporaryFolder folder;
   PeerProcess server({PeerProcess::thisProgram(), "--serve", folder.path()});
+  const std::string bus = "unix:path=" + folder.path() + "/bus";
+  PeerProcess daemon({"dbus-daemon", "--session", "--address=" + bus, "--nofork", "--nopidfile",
+                      "--print-address"});
   xpc::setRuntimeDirectory(folder.path());
   Library library(true);
   SdbusCpp sdbusCpp(folder.path());
@@ -136,6 +154,7 @@ void measure() {
   addFirstCall("HoistFirst", [] { return std::make_unique<Library>(true); });
   addFirstCall("HoistFirstUnverified", [] { return std::make_unique<Library>(false); });
   addFirstCall("SdbusCppFirst", [&] { return std::make_unique<SdbusCpp>(folder.path()); });
+  addFirstCall("BusFirst", [&] { return std::make_unique<MessageBus>(bus); });
   benchmark::RunSpecifiedBenchmarks();
 }
 
