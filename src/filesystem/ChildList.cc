@@ -6,37 +6,19 @@
 #include <numeric>
 #include <vector>
 
-#include "platform/Collation.h"
+#include "platform/NameSorting.h"
 
-// Sorting takes the chain apart into an array, sorts that and chains it anew: merge sort either
-// way, but without a cache miss at each link, and without recursion along the chain.
+// Sorting orders the links of the chain in an array, then chains the children anew: merge sort
+// either way, but without a cache miss at each link, and without recursion along the chain. Until
+// the order is known, nothing moves, so whatever is thrown leaves the list as it was.
 
 namespace hoist {
+namespace {
 
-// The children while they are out of the chain; goes back into it when this goes away.
-class ChildList::Unchained {
- public:
-  explicit Unchained(ChildList& list) : list_(list) {
-    children.reserve(list.count_);
-    auto child = std::move(list.first_);
-    while (child) {
-      auto next = std::move(child->next_);
-      children.push_back(std::move(child));
-      child = std::move(next);
-    }
-    list_ = ChildList();
-  }
-  ~Unchained() {
-    for (auto& child : children) list_.append(std::move(child));
-  }
-  Unchained(const Unchained&) = delete;
-  Unchained& operator=(const Unchained&) = delete;
+// How many children ahead memory is asked for: they lie far apart when their order changes.
+constexpr std::size_t kAhead = 8;
 
-  std::vector<Ref<PXFileInfo>> children;
-
- private:
-  ChildList& list_;
-};
+}  // namespace
 
 void ChildList::append(Ref<PXFileInfo> child) {
   auto added = child.get();
@@ -45,38 +27,43 @@ void ChildList::append(Ref<PXFileInfo> child) {
   ++count_;
 }
 
-// What is sorted are the positions: a comparison that throws must not lose a child that is just
-// being moved.
-template <class Before>
-void ChildList::arrange(Unchained& unchained, Before&& before) {
-  auto& children = unchained.children;
-  std::vector<std::uint32_t> order(children.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::stable_sort(order.begin(), order.end(), before);
-  std::vector<Ref<PXFileInfo>> sorted;
-  sorted.reserve(children.size());
-  for (auto position : order) sorted.push_back(std::move(children[position]));
-  children.swap(sorted);
+// The links that hold the children.
+template <class Visit>
+ChildList::Links ChildList::links(Visit&& visit) {
+  Links links;
+  links.reserve(count_);
+  for (auto link = &first_; *link; link = &(*link)->next_) {
+    links.push_back(link);
+    visit(**link);
+  }
+  return links;
+}
+
+void ChildList::chainAnew(const Links& links, const std::vector<std::uint32_t>& order) {
+  std::vector<Ref<PXFileInfo>> children;
+  children.reserve(links.size());
+  for (auto link : links) children.push_back(std::move(*link));
+  ChildList list;
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    if (i + kAhead < order.size()) __builtin_prefetch(&children[order[i + kAhead]]->next_, 1);
+    list.append(std::move(children[order[i]]));
+  }
+  *this = std::move(list);
 }
 
 void ChildList::sort(const Comparison& compare) {
-  Unchained unchained(*this);
-  auto& children = unchained.children;
-  arrange(unchained, [&](std::uint32_t a, std::uint32_t b) {
-    return compare(*children[a], *children[b]) < 0;
-  });
+  auto links = this->links([](auto&) {});
+  std::vector<std::uint32_t> order(links.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::ranges::stable_sort(order,
+                           [&](auto a, auto b) { return compare(**links[a], **links[b]) < 0; });
+  chainAnew(links, order);
 }
 
 void ChildList::sortByName() {
-  Unchained unchained(*this);
-  auto& children = unchained.children;
-  std::vector<std::string> keys;
-  keys.reserve(children.size());
-  for (auto& child : children) keys.push_back(finderLikeKey(child->cName()));
-  arrange(unchained, [&](std::uint32_t a, std::uint32_t b) {
-    if (auto order = keys[a] <=> keys[b]; order != 0) return order < 0;
-    return std::string_view(children[a]->cName()) < std::string_view(children[b]->cName());
-  });
+  NameSorting names(count_);
+  auto links = this->links([&](auto& child) { names.add(child.cName()); });
+  chainAnew(links, names.order());
 }
 
 }  // namespace hoist

@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "filesystem/PXFileInfo.h"
 
@@ -27,9 +28,10 @@ class ChildList {
   void sortByName();
 
  private:
-  class Unchained;
-  template <class Before>
-  static void arrange(Unchained& unchained, Before&& before);
+  using Links = std::vector<Ref<PXFileInfo>*>;
+  template <class Visit>
+  Links links(Visit&& visit);
+  void chainAnew(const Links& links, const std::vector<std::uint32_t>& order);
 
   Ref<PXFileInfo> first_;
   PXFileInfo* last_ = nullptr;

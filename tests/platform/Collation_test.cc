@@ -37,6 +37,15 @@ TEST(FinderLikeKey, OrdersAsTheComparisonDoes) {
   EXPECT_EQ(finderLikeKey("a"), finderLikeKey("A"));
 }
 
+std::string glibKey(const std::string& name) {
+  char* folded = g_utf8_casefold(name.c_str(), -1);
+  char* made = g_utf8_collate_key_for_filename(folded, -1);
+  std::string key = made;
+  g_free(made);
+  g_free(folded);
+  return key;
+}
+
 // The keys that are not made by GLib are sorted among those that are.
 TEST(FinderLikeKey, IsGLibsKeyToTheByte) {
   constexpr std::string_view kLetters = "aB.0019 _-z\x01\n\x7f";
@@ -44,11 +53,11 @@ TEST(FinderLikeKey, IsGLibsKeyToTheByte) {
   for (int round = 0; round < 20'000; ++round) {
     std::string name(random() % 12, 'x');
     for (char& c : name) c = kLetters[random() % kLetters.size()];
-    char* folded = g_utf8_casefold(name.c_str(), -1);
-    char* key = g_utf8_collate_key_for_filename(folded, -1);
-    EXPECT_EQ(finderLikeKey(name), key) << testing::PrintToString(name);
-    g_free(key);
-    g_free(folded);
+    EXPECT_EQ(finderLikeKey(name), glibKey(name)) << testing::PrintToString(name);
+  }
+  for (std::size_t zeros : {255, 256, 257, 512}) {
+    auto name = std::string(zeros, '0') + "7a007";
+    EXPECT_EQ(finderLikeKey(name), glibKey(name)) << zeros << " zeros";
   }
 }
 
