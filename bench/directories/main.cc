@@ -28,11 +28,11 @@ namespace {
 using namespace hoist;
 
 const bench::FileTree& files() {
-  static const auto& tree = *[] {
+  static const bool isFolder = [] {
     auto shape = std::getenv("HOIST_BENCH_SHAPE");
-    bool isFolder = shape && std::strcmp(shape, "folder") == 0;
-    return isFolder ? new bench::FileTree(0, 100'000, 0) : new bench::FileTree(2'000, 200'000, 0);
+    return shape && std::strcmp(shape, "folder") == 0;
   }();
+  static const bench::FileTree tree(isFolder ? 0 : 2'000, isFolder ? 100'000 : 200'000, 0);
   return tree;
 }
 

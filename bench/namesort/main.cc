@@ -19,7 +19,7 @@ using namespace hoist;
 constexpr int kNames = 100'000;
 
 const bench::FileTree& files() {
-  static const auto& tree = *new bench::FileTree(0, kNames, 0);
+  static const bench::FileTree tree(0, kNames, 0);
   return tree;
 }
 

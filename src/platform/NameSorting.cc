@@ -20,6 +20,8 @@ namespace hoist {
 namespace {
 
 constexpr std::size_t kPiece = sizeof(std::uint64_t);
+// Room for a key: what is not used of it costs nothing, and to grow would be to copy. Picked.
+constexpr std::size_t kLikelyKey = 64;
 
 bool endsKey(std::uint64_t piece) {
   return (piece & 0xFF) == 0;
@@ -29,6 +31,7 @@ bool endsKey(std::uint64_t piece) {
 
 NameSorting::NameSorting(std::size_t count) {
   names_.reserve(count);
+  keys_.reserve(count * kLikelyKey);
 }
 
 void NameSorting::add(const char* name) {

@@ -67,11 +67,11 @@ void ContentCopier::copy(int source, const struct stat& status, const LazyPath& 
   bool sparse = hasHoles(status);
   if (status.st_size > kSmallFile && clone(files)) return;
   if (!sparse) {
-    // The kernel's own files say that they are empty, and are not.
     if (status.st_size > kSmallFile) {
       copyRange(files, 0, status.st_size);
     } else {
-      copyByHand(files, 0, kEndOfFile);
+      // The kernel's own files say that they are empty, and are not.
+      copyByHand(files, 0, status.st_size > 0 ? status.st_size : kEndOfFile);
     }
     return;
   }
