@@ -28,7 +28,8 @@ test=(
   # What looks at running programs from outside.
   strace gdb procps elfutils
   # File systems and what is special about their files.
-  acl attr bindfs xfsprogs btrfs-progs e2fsprogs dosfstools exfatprogs exfat-fuse util-linux mount
+  acl attr bindfs xfsprogs btrfs-progs e2fsprogs dosfstools exfatprogs exfat-fuse ntfs-3g
+  util-linux mount
   # A machine that boots, for the units.
   systemd-container
   # What npm compiles with.

@@ -58,12 +58,12 @@ class TestVolumes {
   // Why there can be none of a kind here; nothing when there can. Those of the FAT family are
   // modules that a kernel need not have; a FUSE program can stand in for one of them.
   static std::optional<std::string> reasonAgainst(const std::string& kind) {
-    if (kind == "exfat" && std::filesystem::exists(kExFATProgram)) return std::nullopt;
+    auto type = byProgram(kind) ? "fuseblk" : kind;
     std::ifstream types("/proc/filesystems");
     for (std::string word; types >> word;) {
-      if (word == kind) return std::nullopt;
+      if (word == type) return std::nullopt;
     }
-    return "this kernel has no " + kind;
+    return "this kernel has no " + type;
   }
 
   // A new file system of a kind, mounted under a name in the folder; answers where.
@@ -76,8 +76,8 @@ class TestVolumes {
       makeOverlay(point, name);
     } else if (kind == "fuse") {
       makeFUSE(point, name);
-    } else if (kind == "exfat" && std::filesystem::exists(kExFATProgram)) {
-      mountByProgram(kExFATProgram, makeImage(kind, name, mebibytes), point);
+    } else if (auto program = byProgram(kind)) {
+      mountByProgram(*program, makeImage(kind, name, mebibytes), point);
     } else {
       mountImage(makeImage(kind, name, mebibytes), point);
     }
@@ -94,9 +94,10 @@ class TestVolumes {
     for (char c : name) label += static_cast<char>(std::toupper(c));
     bool isFAT = kind == "vfat" || kind == "exfat";
     run("mkfs." + kind +
-        (kind == "ext4" ? " -q -E lazy_itable_init=1"
-         : isFAT        ? ""
-                        : " -q") +
+        (kind == "ext4"   ? " -q -E lazy_itable_init=1"
+         : kind == "ntfs" ? " --quick --force"
+         : isFAT          ? ""
+                          : " -q") +
         (kind == "vfat" ? " -n " : " -L ") + label + " " + image);
     return image;
   }
@@ -179,7 +180,13 @@ class TestVolumes {
     mountPoints_.push_back(point);
   }
 
-  static constexpr const char* kExFATProgram = "/usr/sbin/mount.exfat-fuse";
+  // The FUSE program that mounts a kind from a device; nothing when the kernel does.
+  static std::optional<std::string> byProgram(const std::string& kind) {
+    if (kind == "ntfs") return "/usr/sbin/mount.ntfs-3g";
+    std::string exFAT = "/usr/sbin/mount.exfat-fuse";
+    if (kind == "exfat" && std::filesystem::exists(exFAT)) return exFAT;
+    return std::nullopt;
+  }
 
   TemporaryFolder folder_;
   std::vector<std::string> mountPoints_;

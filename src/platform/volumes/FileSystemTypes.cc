@@ -48,7 +48,7 @@ constexpr auto kZeroRuns = VOL_CAP_FMT_ZERO_RUNS;
 constexpr auto kClone = VOL_CAP_INT_CLONE;
 constexpr auto kSnapshot = VOL_CAP_INT_SNAPSHOT;
 
-constexpr std::array<FileSystemType, 30> kTypes = {{
+constexpr std::array<FileSystemType, 31> kTypes = {{
     {"ext4", EXT4_SUPER_MAGIC, kUnixFormat | kZeroRuns, kFull | kRename, true, 0},
     {"ext3", 0, kUnixFormat, kFull | kRename, true, 0},
     {"ext2", 0, kUnixFormat, kFull | kRename, true, 0},
@@ -83,6 +83,7 @@ constexpr std::array<FileSystemType, 30> kTypes = {{
      64},
     {"ntfs3", kNTFS3, kUnixFormat | VOL_CAP_FMT_HIDDEN_FILES, kBasic | kXattrs | kAllocate, true,
      64},
+    {"ntfs", 0, kUnixFormat | VOL_CAP_FMT_HIDDEN_FILES, kBasic | kXattrs | kAllocate, true, 64},
     {"fuseblk", 0, kRemoteFormat | VOL_CAP_FMT_HIDDEN_FILES, kBasic | kXattrs, false, 64},
     {"hfsplus", 0x482b, kUnixFormat & ~VOL_CAP_FMT_CASE_SENSITIVE, kBasic | kXattrs, true, 64},
     {"iso9660", ISOFS_SUPER_MAGIC, kUnixFormat & ~VOL_CAP_FMT_SPARSE_FILES, kBasic, true, 0},
@@ -104,7 +105,9 @@ const FileSystemType& find(Test&& test) {
 }  // namespace
 
 const FileSystemType& fileSystemType(std::string_view name) {
-  if (name.starts_with("fuse.")) name = "fuse";
+  for (std::string_view kinds : {"fuse.", "fuseblk."}) {
+    if (name.starts_with(kinds)) name = kinds.substr(0, kinds.size() - 1);
+  }
   return find([&](const FileSystemType& type) { return type.name == name; });
 }
 

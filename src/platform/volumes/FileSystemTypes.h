@@ -19,8 +19,8 @@ struct FileSystemType {
   unsigned fileSizeBits;
 };
 
-// The table's line for a type, for "fuse" and all its kinds the same; a cautious line for a type
-// that is not in it.
+// The table's line for a type, for "fuse" and all its kinds the same, for "fuseblk" likewise; a
+// cautious line, named "unknown", for a type that is not in it.
 const FileSystemType& fileSystemType(std::string_view name);
 // The same by what statfs calls it.
 const FileSystemType& fileSystemTypeOfMagic(std::int64_t magic);

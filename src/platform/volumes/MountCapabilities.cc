@@ -42,14 +42,22 @@ bool ext4WritesJournal(const VolumeStatistics& volume) {
   return file && ::read(file.get(), &first, 1) == 1 && first >= '0' && first <= '9';
 }
 
+// What is kept on a device is the same whoever reads it; what can be done there, FUSE must pass on.
+void setHeldType(const FileSystemType& held, Capabilities& can) {
+  can.format = held.format & ~VOL_CAP_FMT_FAST_STATFS;
+  can.interfaces &= held.interfaces;
+}
+
 }  // namespace
 
-Capabilities capabilitiesOfMount(int openRoot, const VolumeStatistics& volume) {
+Capabilities capabilitiesOfMount(int openRoot, const VolumeStatistics& volume,
+                                 std::string_view typeOnDevice) {
   auto& type = fileSystemType(volume.filesystemType);
   Capabilities can = {.format = type.format,
                       .interfaces = type.interfaces,
                       .validFormat = kAllFormat,
                       .validInterfaces = kAllInterfaces};
+  if (auto& held = fileSystemType(typeOnDevice); held.name != "unknown") setHeldType(held, can);
   if (type.name.starts_with("ext") && ext4WritesJournal(volume)) can.format |= kJournal;
   if (type.name == "xfs" && xfsClones(openRoot)) can.interfaces |= VOL_CAP_INT_CLONE;
   if (hasOption(volume.options, "noacl")) can.interfaces &= ~VOL_CAP_INT_EXTENDED_SECURITY;

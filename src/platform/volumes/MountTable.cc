@@ -46,7 +46,7 @@ bool isHidden(libmnt_fs* fs, std::string_view type) {
       hasOptionIn(mnt_fs_get_options(fs), "x-gvfs-hide")) {
     return true;
   }
-  if (type == "fuse" || type.starts_with("fuse.") || type == "fuseblk") return false;
+  if (type == "fuse" || type.starts_with("fuse.") || type.starts_with("fuseblk")) return false;
   return mnt_fs_is_pseudofs(fs) && !contains(kBrowsablePseudoTypes, type);
 }
 

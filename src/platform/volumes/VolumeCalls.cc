@@ -243,7 +243,7 @@ int VolumeCalls::getattrlist(const VolumeStatistics& volume, VolumeAttributes& a
   auto identity = volumeIdentity(reading.get(), volume);
   attributes.name = identity.label;
   attributes.uuid = identity.uuid;
-  attributes.capabilities = capabilitiesOfMount(reading.get(), volume);
+  attributes.capabilities = capabilitiesOfMount(reading.get(), volume, identity.typeOnDevice);
   attributes.validAttributes = validAttributes(item);
   attributes.nativeAttributes =
       nativeAttributes(attributes.validAttributes, fileSystemType(volume.filesystemType));

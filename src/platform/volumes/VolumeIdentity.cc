@@ -85,7 +85,8 @@ class SuperblockProbe {
       : probe_(blkid_new_probe_from_filename(device), &blkid_free_probe) {
     if (!probe_) return;
     blkid_probe_enable_superblocks(probe_.get(), 1);
-    blkid_probe_set_superblocks_flags(probe_.get(), BLKID_SUBLKS_LABEL | BLKID_SUBLKS_UUID);
+    blkid_probe_set_superblocks_flags(probe_.get(),
+                                      BLKID_SUBLKS_LABEL | BLKID_SUBLKS_UUID | BLKID_SUBLKS_TYPE);
     if (blkid_do_safeprobe(probe_.get()) != 0) probe_.reset();
   }
   std::string valueOf(const char* name) const {
@@ -114,9 +115,19 @@ bool answersByItself(const VolumeStatistics& volume) {
          type.name != "fuseblk" && type.name != "virtiofs";
 }
 
-bool isBlockDevice(const std::string& path) {
+// The number of the block device; nothing when it is none.
+std::optional<dev_t> blockDevice(const std::string& path) {
   struct stat status;
-  return path.starts_with('/') && ::stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode);
+  if (!path.starts_with('/') || ::stat(path.c_str(), &status) != 0 || !S_ISBLK(status.st_mode)) {
+    return std::nullopt;
+  }
+  return status.st_rdev;
+}
+
+// Such a mount has the number of the device that it is on, whatever name may lead to that.
+bool isProgramOnDevice(const VolumeStatistics& volume, dev_t device) {
+  return fileSystemType(volume.filesystemType).name == "fuseblk" &&
+         volume.filesystemID.device == device;
 }
 
 }  // namespace
@@ -128,7 +139,9 @@ VolumeIdentity volumeIdentity(int openRoot, const VolumeStatistics& volume) {
     identity.uuid = liveUUID(openRoot, volume.filesystemType);
     label = liveLabel(openRoot);
   }
-  if ((!identity.uuid || !label) && isBlockDevice(volume.mountedFrom)) {
+  std::optional<dev_t> number;
+  if (!identity.uuid || !label) number = blockDevice(volume.mountedFrom);
+  if (number) {
     auto device = volume.mountedFrom.c_str();
     SuperblockProbe probe(device);
     auto valueOf = [&](const char* name) {
@@ -136,6 +149,7 @@ VolumeIdentity volumeIdentity(int openRoot, const VolumeStatistics& volume) {
     };
     if (!label) label = valueOf("LABEL");
     if (!identity.uuid) identity.uuid = parseUUID(valueOf("UUID"));
+    if (isProgramOnDevice(volume, *number)) identity.typeOnDevice = valueOf("TYPE");
   }
   if (label && !label->empty()) identity.label = std::move(label);
   return identity;

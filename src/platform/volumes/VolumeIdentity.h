@@ -13,6 +13,9 @@ namespace hoist::volumes {
 
 // What a file system calls itself.
 struct VolumeIdentity {
+  // For a program's file system on a block device (fuseblk): what the device holds, as libblkid
+  // calls it; empty when that is not known for sure, and for every other mount.
+  std::string typeOnDevice;
   std::optional<std::string> label;  // bytes; never empty
   std::optional<std::array<std::uint8_t, 16>> uuid;
 };
