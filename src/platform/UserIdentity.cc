@@ -64,6 +64,10 @@ UserIdentity UserIdentity::ofUser(uid_t user) {
   return identity;
 }
 
+UserIdentity UserIdentity::ofThread() {
+  return {fileUser(), fileGroup(), groupsOfThread()};
+}
+
 UsersFileRights::UsersFileRights(const UserIdentity& user)
     : groups_(groupsOfThread()), group_(fileGroup()), user_(fileUser()) {
   setGroupsOfThread(user.groups);

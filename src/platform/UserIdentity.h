@@ -16,6 +16,10 @@ struct UserIdentity {
 
   // A user without an entry in the database is in nobody's group and in no other.
   static UserIdentity ofUser(uid_t user);
+  // Whose rights to files the calling thread has.
+  static UserIdentity ofThread();
+
+  friend bool operator==(const UserIdentity&, const UserIdentity&) = default;
 };
 
 // While one lives, the calling thread, and no other, reaches files with the user's rights and

@@ -53,6 +53,17 @@ class UsersRights : public testing::Test {
   TemporaryFolder folder_;
 };
 
+TEST_F(UsersRights, AreWhatTheThreadTellsOfItself) {
+  const UserIdentity before = UserIdentity::ofThread();
+  const UserIdentity user{kUser, kGroup, {kGroup, kGroup + 1}};
+  {
+    UsersFileRights rights(user);
+    EXPECT_EQ(UserIdentity::ofThread(), user);
+    EXPECT_FALSE(UserIdentity::ofThread() == before);
+  }
+  EXPECT_EQ(UserIdentity::ofThread(), before);
+}
+
 TEST_F(UsersRights, AreTheUsersOwnAndItsGroups) {
   const std::string roots = makeFile("root's", 0, 0, 0664);
   const std::string own = makeFile("own", kUser, 0, 0600);
