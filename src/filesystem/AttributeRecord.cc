@@ -17,21 +17,14 @@ CommonAttributes::CommonAttributes(const attrlist::ItemAttributes& attributes)
       device(attributes.device) {}
 
 FileAttributes::FileAttributes(const attrlist::ItemAttributes& attributes)
-    : CommonAttributes(attributes),
-      linkCount(attributes.file.linkCount),
+    : linkCount(attributes.file.linkCount),
       totalSize(attributes.file.totalSize),
       allocatedSize(attributes.file.allocatedSize),
       dataLength(attributes.file.dataLength) {}
 
 DirectoryAttributes::DirectoryAttributes(const attrlist::ItemAttributes& attributes)
-    : CommonAttributes(attributes),
-      entryCount(attributes.directory.entryCount),
+    : entryCount(attributes.directory.entryCount),
       linkCount(attributes.directory.linkCount),
       mountStatus(attributes.directory.mountStatus) {}
-
-void RecordRef::free(CommonAttributes* record) {
-  if (record->acl) ::acl_free(record->acl);
-  ::operator delete(record);
-}
 
 }  // namespace hoist

@@ -27,6 +27,13 @@ void ChildList::append(Ref<PXFileInfo> child) {
   ++count_;
 }
 
+void ChildList::append(ChildList&& children) {
+  if (!children.first_) return;
+  (last_ ? last_->next_ : first_) = std::move(children.first_);
+  last_ = std::exchange(children.last_, nullptr);
+  count_ += std::exchange(children.count_, 0);
+}
+
 // The links that hold the children.
 template <class Visit>
 ChildList::Links ChildList::links(Visit&& visit) {

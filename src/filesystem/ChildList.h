@@ -20,6 +20,7 @@ class ChildList {
   const Ref<PXFileInfo>& first() const { return first_; }
   std::uint64_t count() const { return count_; }
   void append(Ref<PXFileInfo> child);
+  void append(ChildList&& children);
 
   // Stable: children that compare equal keep their order. An exception of the comparison passes on
   // and leaves the list as it was.

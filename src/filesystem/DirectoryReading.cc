@@ -5,11 +5,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 
-#include <cerrno>
 #include <cstring>
 #include <memory>
 
-#include "exceptions/KLException.h"
+#include "filesystem/BulkReading.h"
 #include "filesystem/PXPath.h"
 #include "platform/FacilityLevel.h"
 #include "platform/FileDescriptor.h"
@@ -17,47 +16,12 @@
 
 namespace hoist {
 
-using namespace attrlist;
-
 namespace {
 
 constexpr std::uint32_t kBulkReadSince = packedVersion(10, 10);
-constexpr AttributeSet kBulkRequest = {
-    .common = 0x2278F0B | ATTR_CMN_RETURNED_ATTRS,  // what PXFileInfo asks for, and the name
-    .directory = ATTR_DIR_LINKCOUNT | ATTR_DIR_ENTRYCOUNT | ATTR_DIR_MOUNTSTATUS,
-    .file = ATTR_FILE_LINKCOUNT | ATTR_FILE_TOTALSIZE | ATTR_FILE_ALLOCSIZE | ATTR_FILE_DATALENGTH};
 
 FileDescriptor openFolder(const char* cPath) {
   return FileDescriptor(::open(cPath, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
-// The next batch; its size, 0 at the end.
-int readBatch(int folder, BulkBuffer& buffer, const Ref<PXPath>& path) {
-  auto& calls = AttributeCalls::current();
-  int count = calls.getattrlistbulk(folder, kBulkRequest, buffer, FSOPT_PACK_INVAL_ATTRS);
-  if (count < 0 && errno == ERANGE) {
-    count = calls.getattrlistbulk(folder, kBulkRequest, buffer, FSOPT_PACK_INVAL_ATTRS);
-  }
-  if (count < 0) {
-    KLException::errnoWithName("IO", "failed to read directory")
-        .setPathObject(*path)
-        .setAPI("getattrlistbulk")
-        .raise();
-  }
-  return count;
-}
-
-ChildList readInBulk(int folder, const Ref<PXPath>& path) {
-  ChildList children;
-  BulkBuffer buffer;
-  while (readBatch(folder, buffer, path) > 0) {
-    for (auto& entry : buffer.entries()) {
-      if (auto child = PXFileInfo::initWithBatchAttr(entry, path)) {
-        children.append(std::move(child));
-      }
-    }
-  }
-  return children;
 }
 
 // Names and types only; what has no known type is left out.
@@ -87,7 +51,7 @@ std::optional<ChildList> readChildren(const Ref<PXPath>& path) {
 std::uint64_t countChildren(const char* cPath) {
   auto folder = openFolder(cPath);
   std::uint64_t count = 0;
-  if (folder) countEntries(folder.get(), count);
+  if (folder) attrlist::countEntries(folder.get(), count);
   return count;
 }
 

@@ -29,6 +29,8 @@ class PXVolumeInfo;
 class PXDirectory final : public PXFileInfo, public PXAbstractDirectory {
  public:
   using PXFileInfo::PXFileInfo;
+  PXDirectory(Private key, VnodeType type, const ListedItem& item)
+      : PXFileInfo(key, type, item), directoryRecord_(item.entry.attributes) {}
 
   // The folder at the path; null when there is none or something else is there.
   static Ref<PXDirectory> directoryWithPath(std::string_view path);
@@ -136,14 +138,20 @@ class PXDirectory final : public PXFileInfo, public PXAbstractDirectory {
   Ref<PXDirectory> asDirectory() override { return self<PXDirectory>(); }
   std::string className() const override { return "PXDirectory"; }
 
-  std::uint32_t commonAttrSize() const override { return sizeof(DirectoryAttributes); }
+  std::uint32_t commonAttrSize() const override {
+    return sizeof(CommonAttributes) + sizeof(DirectoryAttributes);
+  }
   std::uint32_t prepareAttrRequest(attrlist::AttributeSet& request) const override;
-  RecordRef parseAttrs(const attrlist::ItemAttributes& attributes) const override;
 
  private:
+  void parseAttrs(const attrlist::ItemAttributes& attributes) const override REQUIRES(attrLock_);
+  template <class Field>
+  Field field(Field DirectoryAttributes::*field) const;
   void made() override;
   // Null when it is its own parent: the root of a file tree that is no mount's.
   Ref<PXDirectory> folderAbove() const;
+
+  mutable DirectoryAttributes directoryRecord_ GUARDED_BY(attrLock_);
 
   mutable SpinLock contentsLock_;
   mutable ChildList children_ GUARDED_BY(contentsLock_);

@@ -41,8 +41,14 @@ Answer describing(const char* method, const PXFileInfo& info, const Answer& fall
 
 }  // namespace
 
+template <class Field>
+Field PXDirectory::field(Field DirectoryAttributes::*field) const {
+  SpinLockHolder lock(attrLock_);
+  return readRecord() ? directoryRecord_.*field : Field{};
+}
+
 bool PXDirectory::isMountPoint() const {
-  return (attrs().as<DirectoryAttributes>().mountStatus & kIsMountPoint) != 0;
+  return (field(&DirectoryAttributes::mountStatus) & kIsMountPoint) != 0;
 }
 
 bool PXDirectory::isPackage() const {
@@ -50,7 +56,7 @@ bool PXDirectory::isPackage() const {
 }
 
 std::uint32_t PXDirectory::linkCount() const {
-  return attrs().as<DirectoryAttributes>().linkCount;
+  return field(&DirectoryAttributes::linkCount);
 }
 
 Ref<PXDirectory> PXDirectory::parentDirectoryInfo() const {
@@ -119,8 +125,9 @@ std::uint32_t PXDirectory::prepareAttrRequest(AttributeSet& request) const {
   return size + kDirectoryRequestSize;
 }
 
-RecordRef PXDirectory::parseAttrs(const ItemAttributes& attributes) const {
-  return RecordRef::make<DirectoryAttributes>(attributes);
+void PXDirectory::parseAttrs(const ItemAttributes& attributes) const {
+  PXFileInfo::parseAttrs(attributes);
+  directoryRecord_ = DirectoryAttributes(attributes);
 }
 
 }  // namespace hoist

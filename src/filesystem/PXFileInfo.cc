@@ -17,56 +17,77 @@
 namespace hoist {
 
 PXFileInfo::PXFileInfo(Private, VnodeType type, Ref<PXPath> pathObject)
-    : vtype_(static_cast<std::uint8_t>(type)), pathObj_(std::move(pathObject)) {}
+    : flags_(kHasPathObject),
+      vtype_(static_cast<std::uint8_t>(type)),
+      pathObj_(std::move(pathObject)) {}
+
+PXFileInfo::PXFileInfo(Private, VnodeType type, const ListedItem& item)
+    : flags_(item.entry.hasAttributes() ? kHasAttributes : 0),
+      vtype_(static_cast<std::uint8_t>(type)),
+      listing_(&item.listing),
+      listedName_(item.name),
+      record_(item.entry.attributes) {}
 
 PXFileInfo::~PXFileInfo() {
   if (next_) releaseInBackground(std::move(next_));
 }
 
-Ref<PXPath> PXFileInfo::pathObject() const {
+const Ref<PXPath>& PXFileInfo::location() const {
+  if (!hasFlag(kHasPathObject)) {
+    SpinLockHolder lock(pathLock_);
+    if (!hasFlag(kHasPathObject)) {
+      pathObj_ = PXSubPath::initAssumingCNameParentPath(listedName_, listing_->folder());
+      setFlag(kHasPathObject);
+    }
+  }
   return pathObj_;
+}
+
+Ref<PXPath> PXFileInfo::pathObject() const {
+  return location();
 }
 
 void PXFileInfo::setPathObject(Ref<PXPath> path) {
   pathObj_ = std::move(path);
+  setFlag(kHasPathObject);
 }
 
 const char* PXFileInfo::cName() const {
-  return pathObj_->cName();
+  return hasFlag(kHasPathObject) ? pathObj_->cName() : listedName_;
 }
 
 std::string PXFileInfo::name() const {
-  return pathObj_->name();
+  return location()->name();
 }
 
 std::string PXFileInfo::displayName() const {
-  return pathObj_->displayName();
+  return location()->displayName();
 }
 
 const char* PXFileInfo::cPath() const {
-  return pathObj_->cPath();
+  return location()->cPath();
 }
 
 std::string PXFileInfo::path() const {
-  return pathObj_->path();
+  return location()->path();
 }
 
 std::string PXFileInfo::url() const {
-  return pathObj_->url();
+  return location()->url();
 }
 
 std::string PXFileInfo::extension() const {
-  return pathObj_->extension();
+  return location()->extension();
 }
 
 Ref<PXVolumeInfo> PXFileInfo::volumeInfo() const {
-  return pathObj_->volumeInfo();
+  return location()->volumeInfo();
 }
 
 std::optional<std::string> PXFileInfo::volumeRelativePath() const {
   try {
     auto volume = volumeInfo();
-    return volume ? volume->relativePathOfPath(pathObj_) : std::nullopt;
+    return volume ? volume->relativePathOfPath(location()) : std::nullopt;
   } catch (const Exception&) {
     Logger::log(classification::Debug, [&] {
       return "-[PXFileInfo volumeRelativePath] can't determine relative path for " + path();
@@ -77,7 +98,7 @@ std::optional<std::string> PXFileInfo::volumeRelativePath() const {
 }
 
 Ref<PXDirectory> PXFileInfo::livingParent() const {
-  auto subPath = dynamic_cast<const PXSubPath*>(pathObj_.get());
+  auto subPath = dynamic_cast<const PXSubPath*>(location().get());
   if (!subPath || !subPath->parentPath()) return nullptr;
   auto info = subPath->parentPath()->directoryInfo();
   return info ? info->asDirectory() : nullptr;
@@ -89,13 +110,13 @@ Ref<PXAbstractFile> PXFileInfo::abstractParent() const {
 
 Ref<PXDirectory> PXFileInfo::parentDirectoryInfo() const {
   if (auto parent = livingParent()) return parent;
-  auto parentPath = pathObj_->parent();
+  auto parentPath = location()->parent();
   return parentPath ? parentPath->directory() : nullptr;
 }
 
 std::string PXFileInfo::displayPath() const {
   auto parent = parentDirectoryInfo();
-  return (parent ? parent->displayPath() : "?/") + pathObj_->displayName();
+  return (parent ? parent->displayPath() : "?/") + location()->displayName();
 }
 
 template <class Test>

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "filesystem/AttributeRecord.h"
+#include "filesystem/Listing.h"
 #include "platform/Mutex.h"
 #include "platform/attrlist/AttributeCalls.h"
 #include "values/AbstractFile.h"
@@ -44,6 +45,7 @@ class PXFileInfo : public Object, public PXAbstractFile {
 
  public:
   PXFileInfo(Private, VnodeType type, Ref<PXPath> pathObject);
+  PXFileInfo(Private, VnodeType type, const ListedItem& item);
   // Hands the siblings after it to the background queue, so that a chain of any length is released
   // one by one.
   ~PXFileInfo() override;
@@ -66,9 +68,9 @@ class PXFileInfo : public Object, public PXAbstractFile {
 
   // The object of the class for a type, without a look at the disk; null for types None and Bad.
   static Ref<PXFileInfo> initWithType(VnodeType type, const Ref<PXPath>& path);
-  // One name out of reading a folder, with its attributes when they came along.
-  static Ref<PXFileInfo> initWithBatchAttr(const attrlist::BulkEntry& entry,
-                                           const Ref<PXPath>& parentPath);
+  // One name out of reading a folder, with its attributes when they came along. It lies in the
+  // listing. Its path object is only made when somebody asks for it.
+  static Ref<PXFileInfo> initWithBatchAttr(const attrlist::BulkEntry& entry, Listing& listing);
   // The same for one entry of readdir: a name and a type byte.
   static Ref<PXFileInfo> initWithDirEntry(const char* cName, unsigned char entryType,
                                           const Ref<PXPath>& parentPath);
@@ -136,7 +138,7 @@ class PXFileInfo : public Object, public PXAbstractFile {
   virtual std::uint32_t deviceID() const;
   virtual std::uint32_t linkCount() const { return 1; }
   // None for an item that only has permission bits.
-  BorrowedACL acl() const;
+  AccessControlList acl() const;
 
   // Setters change the record; what they changed is written by setModifiedAttributes.
   void setScript(std::uint32_t script);
@@ -156,8 +158,8 @@ class PXFileInfo : public Object, public PXAbstractFile {
   // "attributeSet", and keeps them marked.
   void setCommonAttributes(std::uint32_t set);
 
-  // The record, read when it is not there; none for a missing item.
-  RecordRef attrs() const;
+  // The record as it is, read when it is not there; none for a missing item.
+  std::optional<CommonAttributes> attrs() const;
   // Forgets the attributes, edited ones too.
   void flushAttributes();
   void releaseAttrs() { flushAttributes(); }
@@ -166,8 +168,6 @@ class PXFileInfo : public Object, public PXAbstractFile {
   virtual std::uint32_t commonAttrSize() const { return sizeof(CommonAttributes); }
   // Adds what the class asks for; answers the bytes that the original platform packs it into.
   virtual std::uint32_t prepareAttrRequest(attrlist::AttributeSet& request) const;
-  // A record of the class's kind.
-  virtual RecordRef parseAttrs(const attrlist::ItemAttributes& attributes) const;
 
   // ---- What a file browser knows. Trouble is logged for debugging and answers false or nothing
   // ----
@@ -222,9 +222,12 @@ class PXFileInfo : public Object, public PXAbstractFile {
   static constexpr std::uint8_t kContentsRead = 4;
   static constexpr std::uint8_t kSortedByName = 8;
   static constexpr std::uint8_t kHasEffectiveAccess = 16;
+  static constexpr std::uint8_t kHasAttributes = 32;
+  static constexpr std::uint8_t kHasPathObject = 64;
 
-  template <class Info>
-  static Ref<Info> makeInfo(VnodeType type, Ref<PXPath> path);
+  // What the template function make<Info>() makes for the class that describes the type.
+  template <class Make>
+  static Ref<PXFileInfo> makeOfType(VnodeType type, Make&& make);
   // Called once for a new object, when it is held: a folder registers with its path.
   virtual void made() {}
 
@@ -237,6 +240,10 @@ class PXFileInfo : public Object, public PXAbstractFile {
 
   // Reads the attributes by path, or from the open file when there is one (-1 for none).
   virtual void getCommonAttrs(int file) const REQUIRES(attrLock_);
+  // Fills in the record; each class its own part.
+  virtual void parseAttrs(const attrlist::ItemAttributes& attributes) const REQUIRES(attrLock_);
+  // Reads the record unless it is there; answers whether it is.
+  bool readRecord() const REQUIRES(attrLock_);
 
   mutable SpinLock attrLock_;
 
@@ -247,18 +254,25 @@ class PXFileInfo : public Object, public PXAbstractFile {
   template <class Test>
   Ref<PXFileInfo> nextThat(Test&& test) const;
 
-  const RecordRef& readRecord() const REQUIRES(attrLock_);
+  // The path object, which is made here for a listed item.
+  const Ref<PXPath>& location() const;
+
   // Changes a field of the record, if there can be one, and marks it.
   template <class Field, class Value>
   void edit(Field CommonAttributes::*field, Value value, std::uint32_t attribute);
   template <class Field>
   Field field(Field CommonAttributes::*field) const;
 
-  mutable std::atomic<std::uint8_t> flags_ = 0;
+  mutable SpinLock pathLock_;
+  mutable std::atomic<std::uint8_t> flags_;
   const std::uint8_t vtype_;
-  Ref<PXPath> pathObj_;
+  // Set once, before the flag that says so.
+  mutable Ref<PXPath> pathObj_;
+  // Of a child that its folder has listed; null for others. It lies in the listing itself.
+  const Listing* const listing_ = nullptr;
+  const char* const listedName_ = nullptr;
   Ref<PXFileInfo> next_;
-  mutable RecordRef attrs_ GUARDED_BY(attrLock_);
+  mutable CommonAttributes record_ GUARDED_BY(attrLock_);
 };
 
 template <class Info>

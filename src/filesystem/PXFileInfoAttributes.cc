@@ -7,7 +7,6 @@
 #include "filesystem/PXFileInfo.h"
 #include "filesystem/PXPath.h"
 #include "logging/Logger.h"
-#include "platform/AccessControlList.h"
 #include "platform/ResourceValues.h"
 
 // The attributes of an item: read together, kept, edited, written back together.
@@ -65,14 +64,14 @@ auto valueOrLog(const Result& result, const PXFileInfo& info, std::string_view r
 
 // Reading.
 
-RecordRef PXFileInfo::attrs() const {
+std::optional<CommonAttributes> PXFileInfo::attrs() const {
   SpinLockHolder lock(attrLock_);
-  return readRecord();
+  return readRecord() ? std::optional(record_) : std::nullopt;
 }
 
-const RecordRef& PXFileInfo::readRecord() const {
-  if (!attrs_) getCommonAttrs(-1);
-  return attrs_;
+bool PXFileInfo::readRecord() const {
+  if (!hasFlag(kHasAttributes)) getCommonAttrs(-1);
+  return hasFlag(kHasAttributes);
 }
 
 void PXFileInfo::getCommonAttrs(int file) const {
@@ -86,7 +85,7 @@ void PXFileInfo::getCommonAttrs(int file) const {
   if (result != 0) {
     KLException::ioErrnoWithReason("failed to get attributes").setFileInfo(*this).raise();
   }
-  attrs_ = parseAttrs(item);
+  parseAttrs(item);
 }
 
 std::uint32_t PXFileInfo::prepareAttrRequest(AttributeSet& request) const {
@@ -94,20 +93,21 @@ std::uint32_t PXFileInfo::prepareAttrRequest(AttributeSet& request) const {
   return kCommonRequestSize;
 }
 
-RecordRef PXFileInfo::parseAttrs(const ItemAttributes& attributes) const {
-  return RecordRef::make<CommonAttributes>(attributes);
+void PXFileInfo::parseAttrs(const ItemAttributes& attributes) const {
+  record_ = CommonAttributes(attributes);
+  setFlag(kHasAttributes);
 }
 
 void PXFileInfo::flushAttributes() {
   SpinLockHolder lock(attrLock_);
-  attrs_ = {};
-  clearFlags(kHasACL | kHasEffectiveAccess);
+  record_ = {};
+  clearFlags(kHasAttributes | kHasACL | kHasEffectiveAccess);
 }
 
 template <class Field>
 Field PXFileInfo::field(Field CommonAttributes::*field) const {
-  auto record = attrs();
-  return record ? record.operator->()->*field : Field{};
+  SpinLockHolder lock(attrLock_);
+  return readRecord() ? record_.*field : Field{};
 }
 
 std::uint32_t PXFileInfo::script() const {
@@ -155,13 +155,12 @@ std::uint16_t PXFileInfo::access() const {
 
 std::uint16_t PXFileInfo::effectiveAccess() const {
   SpinLockHolder lock(attrLock_);
-  auto& record = readRecord();
-  if (!record) return 0;
+  if (!readRecord()) return 0;
   if (!hasFlag(kHasEffectiveAccess)) {
-    record->effectiveAccess = effectiveAccessTo(cPath());
+    record_.effectiveAccess = effectiveAccessTo(cPath());
     setFlag(kHasEffectiveAccess);
   }
-  return record->effectiveAccess;
+  return record_.effectiveAccess;
 }
 
 std::uint32_t PXFileInfo::fileFlags() const {
@@ -176,25 +175,24 @@ std::uint32_t PXFileInfo::deviceID() const {
   return field(&CommonAttributes::device);
 }
 
-BorrowedACL PXFileInfo::acl() const {
+AccessControlList PXFileInfo::acl() const {
   SpinLockHolder lock(attrLock_);
-  auto& record = readRecord();
-  if (!record) return {};
+  if (!readRecord()) return {};
   if (!hasFlag(kHasACL)) {
-    record->acl = accessControlListOfItem(cPath());
+    record_.acl = AccessControlList::ofItem(cPath());
     setFlag(kHasACL);
   }
-  return {record, record->acl};
+  return record_.acl;
 }
 
 // Editing.
 
 template <class Field, class Value>
 void PXFileInfo::edit(Field CommonAttributes::*field, Value value, std::uint32_t attribute) {
-  auto record = attrs();
-  if (!record) return;
-  record.operator->()->*field = static_cast<Field>(value);
-  record->modified |= attribute;
+  SpinLockHolder lock(attrLock_);
+  if (!readRecord()) return;
+  record_.*field = static_cast<Field>(value);
+  record_.modified |= attribute;
 }
 
 void PXFileInfo::setScript(std::uint32_t script) {
@@ -231,7 +229,7 @@ void PXFileInfo::setFileFlags(std::uint32_t flags) {
 
 std::uint32_t PXFileInfo::modifiedAttributes() const {
   SpinLockHolder lock(attrLock_);
-  return attrs_ ? attrs_->modified : 0;
+  return hasFlag(kHasAttributes) ? record_.modified : 0;
 }
 
 void PXFileInfo::setModifiedAttributes() {
@@ -241,21 +239,21 @@ void PXFileInfo::setModifiedAttributes() {
 void PXFileInfo::setCommonAttributes(std::uint32_t set) {
   set &= kWritableCommonAttributes;
   SpinLockHolder lock(attrLock_);
-  if (!attrs_ || set == 0) return;
+  if (!hasFlag(kHasAttributes) || set == 0) return;
   ItemAttributes after;
-  if (AttributeCalls::current().setattrlist(cPath(), attrs_->identity(), set,
-                                            valuesOf(*attrs_.operator->()), after) != 0) {
+  if (AttributeCalls::current().setattrlist(cPath(), record_.identity(), set, valuesOf(record_),
+                                            after) != 0) {
     KLException::ioErrnoWithReason("unable to set attributes")
         .setFileInfo(*this)
         .setHexDetail(set, "attributeSet")
         .raise();
   }
-  attrs_->modified &= ~set;
+  record_.modified &= ~set;
   // Writing changes these by itself; they must stay what the next write-back compares with.
-  attrs_->device = after.device;
-  attrs_->fileID = after.fileID;
-  if ((attrs_->modified & ATTR_CMN_CHGTIME) == 0) {
-    attrs_->attributeChangedTime = after.attributeChangedTime;
+  record_.device = after.device;
+  record_.fileID = after.fileID;
+  if ((record_.modified & ATTR_CMN_CHGTIME) == 0) {
+    record_.attributeChangedTime = after.attributeChangedTime;
   }
 }
 

@@ -22,28 +22,28 @@ constexpr std::uint32_t kProbeOptions = attrlist::FSOPT_NOFOLLOW | attrlist::FSO
 
 }  // namespace
 
-template <class Info>
-Ref<Info> PXFileInfo::makeInfo(VnodeType type, Ref<PXPath> path) {
-  auto info = make<Info>(Private(), type, std::move(path));
-  PXFileInfo& held = *info;
-  held.made();
-  return info;
-}
-
-Ref<PXFileInfo> PXFileInfo::initWithType(VnodeType type, const Ref<PXPath>& path) {
+template <class Make>
+Ref<PXFileInfo> PXFileInfo::makeOfType(VnodeType type, Make&& make) {
+  Ref<PXFileInfo> info;
   switch (type) {
     case VnodeType::Regular:
-      return makeInfo<PXRegularFile>(type, path);
+      return make.template operator()<PXRegularFile>();
     case VnodeType::Directory:
-      return makeInfo<PXDirectory>(type, path);
+      info = make.template operator()<PXDirectory>();
+      info->made();
+      return info;
     case VnodeType::SymbolicLink:
-      return makeInfo<PXSymbolicLink>(type, path);
+      return make.template operator()<PXSymbolicLink>();
     case VnodeType::None:
     case VnodeType::Bad:
       return nullptr;
     default:
-      return makeInfo<PXFileInfo>(type, path);
+      return make.template operator()<PXFileInfo>();
   }
+}
+
+Ref<PXFileInfo> PXFileInfo::initWithType(VnodeType type, const Ref<PXPath>& path) {
+  return makeOfType(type, [&]<class Info>() { return make<Info>(Private(), type, path); });
 }
 
 Ref<PXFileInfo> PXFileInfo::infoForPathObject(const Ref<PXPath>& path) {
@@ -89,15 +89,10 @@ Ref<PXFileInfo> PXFileInfo::infoForOpenFile(int file, const Ref<PXPath>& path) {
   return info;
 }
 
-Ref<PXFileInfo> PXFileInfo::initWithBatchAttr(const attrlist::BulkEntry& entry,
-                                              const Ref<PXPath>& parentPath) {
-  auto path = PXSubPath::initAssumingCNameParentPath({entry.name, entry.nameLength}, parentPath);
-  auto info = initWithType(static_cast<VnodeType>(entry.attributes.objectType), path);
-  if (info && entry.hasAttributes()) {
-    SpinLockHolder lock(info->attrLock_);
-    info->attrs_ = info->parseAttrs(entry.attributes);
-  }
-  return info;
+Ref<PXFileInfo> PXFileInfo::initWithBatchAttr(const attrlist::BulkEntry& entry, Listing& listing) {
+  ListedItem item{listing, listing.keepName({entry.name, entry.nameLength}), entry};
+  auto type = static_cast<VnodeType>(entry.attributes.objectType);
+  return makeOfType(type, [&]<class Info>() { return listing.make<Info>(Private(), type, item); });
 }
 
 Ref<PXFileInfo> PXFileInfo::initWithDirEntry(const char* cName, unsigned char entryType,
@@ -107,12 +102,12 @@ Ref<PXFileInfo> PXFileInfo::initWithDirEntry(const char* cName, unsigned char en
 }
 
 Ref<PXFileInfo> PXFileInfo::reevaluateType() {
-  return infoForFile(-1, pathObj_, self<PXFileInfo>());
+  return infoForFile(-1, location(), self<PXFileInfo>());
 }
 
 Ref<PXFileInfo> PXFileInfo::hardened() {
-  auto path = pathObj_->hardenedReal();
-  return path == pathObj_ ? self<PXFileInfo>() : infoForPathObject(path);
+  auto path = location()->hardenedReal();
+  return path == location() ? self<PXFileInfo>() : infoForPathObject(path);
 }
 
 }  // namespace hoist

@@ -23,7 +23,7 @@ class PXNonexistentFile final : public PXFileInfo {
   std::string className() const override { return "PXNonexistentFile"; }
 
  private:
-  void getCommonAttrs(int) const override {}
+  void getCommonAttrs(int) const override REQUIRES(attrLock_) {}
 };
 
 }  // namespace hoist

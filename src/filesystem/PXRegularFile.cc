@@ -28,20 +28,26 @@ Ref<PXRegularFile> PXRegularFile::regularInfoForPathObject(const Ref<PXPath>& pa
   return file;
 }
 
+template <class Field>
+Field PXRegularFile::field(Field FileAttributes::*field) const {
+  SpinLockHolder lock(attrLock_);
+  return readRecord() ? fileRecord_.*field : Field{};
+}
+
 std::uint64_t PXRegularFile::logicalSize() const {
-  return attrs().as<FileAttributes>().totalSize;
+  return field(&FileAttributes::totalSize);
 }
 
 std::uint64_t PXRegularFile::physicalSize() const {
-  return attrs().as<FileAttributes>().allocatedSize;
+  return field(&FileAttributes::allocatedSize);
 }
 
 std::uint64_t PXRegularFile::dataLength() const {
-  return attrs().as<FileAttributes>().dataLength;
+  return field(&FileAttributes::dataLength);
 }
 
 std::uint32_t PXRegularFile::linkCount() const {
-  return attrs().as<FileAttributes>().linkCount;
+  return field(&FileAttributes::linkCount);
 }
 
 std::uint32_t PXRegularFile::prepareAttrRequest(AttributeSet& request) const {
@@ -50,8 +56,9 @@ std::uint32_t PXRegularFile::prepareAttrRequest(AttributeSet& request) const {
   return size + kFileRequestSize;
 }
 
-RecordRef PXRegularFile::parseAttrs(const ItemAttributes& attributes) const {
-  return RecordRef::make<FileAttributes>(attributes);
+void PXRegularFile::parseAttrs(const ItemAttributes& attributes) const {
+  PXFileInfo::parseAttrs(attributes);
+  fileRecord_ = FileAttributes(attributes);
 }
 
 }  // namespace hoist

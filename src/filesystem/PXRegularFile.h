@@ -13,6 +13,8 @@ namespace hoist {
 class PXRegularFile final : public PXFileInfo {
  public:
   using PXFileInfo::PXFileInfo;
+  PXRegularFile(Private key, VnodeType type, const ListedItem& item)
+      : PXFileInfo(key, type, item), fileRecord_(item.entry.attributes) {}
 
   // The file at the location; null when there is none. When something else is there: raises "IO"
   // with the reason, or answers null without one.
@@ -29,9 +31,17 @@ class PXRegularFile final : public PXFileInfo {
   std::string logTypeDescription() const override { return "file"; }
   std::string className() const override { return "PXRegularFile"; }
 
-  std::uint32_t commonAttrSize() const override { return sizeof(FileAttributes); }
+  std::uint32_t commonAttrSize() const override {
+    return sizeof(CommonAttributes) + sizeof(FileAttributes);
+  }
   std::uint32_t prepareAttrRequest(attrlist::AttributeSet& request) const override;
-  RecordRef parseAttrs(const attrlist::ItemAttributes& attributes) const override;
+
+ private:
+  void parseAttrs(const attrlist::ItemAttributes& attributes) const override REQUIRES(attrLock_);
+  template <class Field>
+  Field field(Field FileAttributes::*field) const;
+
+  mutable FileAttributes fileRecord_ GUARDED_BY(attrLock_);
 };
 
 }  // namespace hoist

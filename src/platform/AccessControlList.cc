@@ -6,20 +6,30 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <new>
 #include <string>
 
 #include "platform/FileDescriptor.h"
 
 namespace hoist {
 
-acl_t accessControlListOfItem(const char* path) {
+AccessControlList::AccessControlList(const AccessControlList& other) {
+  if (!other.list_) return;
+  list_ = ::acl_dup(other.list_);
+  if (!list_) throw std::bad_alloc();
+}
+
+AccessControlList AccessControlList::ofItem(const char* path) {
+  AccessControlList list;
   FileDescriptor item(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status;
-  if (!item || ::fstat(item.get(), &status) != 0 || S_ISLNK(status.st_mode)) return nullptr;
+  if (!item || ::fstat(item.get(), &status) != 0 || S_ISLNK(status.st_mode)) return list;
   // libacl follows links; this one leads to the very item that was looked at.
   auto link = "/proc/self/fd/" + std::to_string(item.get());
-  if (::acl_extended_file(link.c_str()) <= 0) return nullptr;
-  return ::acl_get_file(link.c_str(), ACL_TYPE_ACCESS);
+  if (::acl_extended_file(link.c_str()) > 0) {
+    list.list_ = ::acl_get_file(link.c_str(), ACL_TYPE_ACCESS);
+  }
+  return list;
 }
 
 }  // namespace hoist

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <optional>
 #include <set>
 
@@ -186,12 +187,13 @@ class AfterFirstBatch : public attrlist::AttributeCalls {
   int getattrlistbulk(int folder, const attrlist::AttributeSet& request,
                       attrlist::BulkBuffer& buffer, std::uint32_t options) override {
     int count = AttributeCalls::getattrlistbulk(folder, request, buffer, options);
-    if (auto happens = std::exchange(happens_, nullptr)) happens();
+    std::call_once(happened_, happens_);
     return count;
   }
 
  private:
   std::function<void()> happens_;
+  std::once_flag happened_;
 };
 
 class FolderBeingRead : public Mounts {

@@ -12,6 +12,8 @@
 #include <regex>
 #include <set>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "filesystem/PXPath.h"
 #include "filesystem/PXRegularFile.h"
@@ -372,6 +374,38 @@ TEST_F(Directory, KnowsItsChildrensParentWhileItLives) {
   EXPECT_EQ(file->path(), folder_ / "sub/x");
 }
 
+TEST_F(Directory, MakesAChildsPathObjectOnceForAllThreads) {
+  folder_.write("x", "");
+  auto directory = this->directory();
+  auto child = directory->firstObject();
+  constexpr std::size_t kThreads = 8;
+  std::vector<Ref<PXPath>> paths(kThreads);
+  {
+    std::vector<std::jthread> threads;
+    for (auto& path : paths) {
+      threads.emplace_back([&] {
+        EXPECT_STREQ(child->cName(), "x");
+        path = child->pathObject();
+      });
+    }
+  }
+  for (auto& path : paths) EXPECT_EQ(path, child->pathObject());
+  EXPECT_EQ(child->pathObject()->parent(), directory->pathObject());
+}
+
+TEST_F(Directory, MayGoBeforeItsChildren) {
+  for (int i = 0; i < 100; ++i) folder_.write("x" + std::to_string(i), "abc");
+  auto child = directory()->objectMatchingName("x42");
+  calls_.singleReads = 0;
+  EXPECT_STREQ(child->cName(), "x42");
+  EXPECT_EQ(child->asRegularFile()->logicalSize(), 3u);
+  EXPECT_EQ(child->path(), folder_ / "x42");
+  EXPECT_FALSE(child->livingParent());
+  EXPECT_EQ(calls_.singleReads, 0);
+  child->moveTo("moved", false);
+  EXPECT_STREQ(child->cName(), "moved");
+}
+
 TEST_F(Directory, MakesFoldersAndRaisesWhenItCannot) {
   ::umask(022);
   auto directory = this->directory();
@@ -431,7 +465,9 @@ TEST_F(Directory, IsReadOnceByManyThreads) {
       });
     }
   }
-  EXPECT_EQ(calls_.bulkReads, 2);
+  int reads = std::exchange(calls_.bulkReads, 0);
+  EXPECT_EQ(namesOf(*this->directory()).size(), 300u);
+  EXPECT_EQ(reads, calls_.bulkReads);
 }
 
 TEST_F(Directory, ReadsWhileItsContentChanges) {

@@ -310,7 +310,7 @@ TEST_F(FileInfo, HasAnAccessListOnlyWhereThereIsMoreThanBits) {
   EXPECT_FALSE(infoOf("link")->acl());
   // The list stays with whoever holds it.
   info->flushAttributes();
-  EXPECT_GT(::acl_size(list.acl), 0);
+  EXPECT_GT(::acl_size(list.get()), 0);
 }
 
 TEST_F(FileInfo, ReadsTheAttributesOfAnOpenFileWhateverItsPathLeadsTo) {

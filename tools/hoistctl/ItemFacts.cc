@@ -59,7 +59,7 @@ Json accessListAsJson(PXFileInfo& item) {
   auto list = item.acl();
   if (!list) return {};
   std::unique_ptr<char, int (*)(void*)> text(
-      ::acl_to_any_text(list.acl, nullptr, ',', TEXT_ABBREVIATE), ::acl_free);
+      ::acl_to_any_text(list.get(), nullptr, ',', TEXT_ABBREVIATE), ::acl_free);
   return text ? Json(text.get()) : Json();
 }
 

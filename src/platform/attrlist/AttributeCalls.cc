@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -27,8 +28,8 @@ constexpr int kStatxFlags = AT_NO_AUTOMOUNT;
 int look(int folder, const char* path, int flags, const AttributeSet& request,
          ItemAttributes& reply) {
   struct statx item;
-  reply = {};
   if (::statx(folder, path, kStatxFlags | flags, statxMask(request), &item) != 0) return -1;
+  reply = {};
   translate(item, request, reply);
   return 0;
 }
@@ -37,17 +38,11 @@ bool isSelfOrParent(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-ssize_t readNames(int folder, std::span<char> names) {
-  return retryInterrupted([&] { return ::getdents64(folder, names.data(), names.size()); });
-}
-
-template <class Use>
-void forEachName(std::span<char> names, Use&& use) {
-  while (!names.empty()) {
-    auto item = reinterpret_cast<const dirent64*>(names.data());
-    names = names.subspan(item->d_reclen);
-    if (!isSelfOrParent(item->d_name)) use(*item);
-  }
+// Takes the first of the names away.
+const dirent64& takeName(std::span<char>& names) {
+  auto item = reinterpret_cast<const dirent64*>(names.data());
+  names = names.subspan(item->d_reclen);
+  return *item;
 }
 
 // Fills in one entry; answers whether it is to be listed.
@@ -68,7 +63,26 @@ std::atomic<AttributeCalls*> overridden = nullptr;
 
 }  // namespace
 
-BulkBuffer::BulkBuffer(std::size_t size) : names_(new char[size]), size_(size) {}
+BulkTurns::Turn BulkTurns::readNames(int folder, std::span<char> names) {
+  MutexLock lock(mutex_);
+  auto length = retryInterrupted([&] { return ::getdents64(folder, names.data(), names.size()); });
+  return {length, ++last_};
+}
+
+BulkBuffer::BulkBuffer(std::size_t size) : BulkBuffer(ownTurns_, size) {}
+
+BulkBuffer::BulkBuffer(BulkTurns& turns, std::size_t size)
+    : turns_(turns), names_(new char[size]), size_(size) {
+  entries_.reserve(kEntries);
+}
+
+ssize_t BulkBuffer::readNames(int folder) {
+  auto turn = turns_.readNames(folder, {names_.get(), size_});
+  length_ = static_cast<std::size_t>(std::max(turn.length, ssize_t{0}));
+  number_ = turn.number;
+  unread_ = {names_.get(), length_};
+  return turn.length;
+}
 
 AttributeCalls::~AttributeCalls() = default;
 
@@ -95,12 +109,15 @@ int AttributeCalls::getattrlistbulk(int folder, const AttributeSet& request, Bul
   entries.clear();
   // A batch of nothing but vanished names is not the end.
   while (entries.empty()) {
-    auto length = readNames(folder, buffer.names());
-    if (length < 0) return -1;
-    if (length == 0) return 0;
-    forEachName(buffer.names().first(static_cast<std::size_t>(length)), [&](const dirent64& item) {
+    if (buffer.unread().empty()) {
+      auto length = buffer.readNames(folder);
+      if (length <= 0) return static_cast<int>(length);
+    }
+    while (!buffer.unread().empty() && entries.size() < BulkBuffer::kEntries) {
+      auto& item = takeName(buffer.unread());
+      if (isSelfOrParent(item.d_name)) continue;
       if (!describe(folder, item, request, entries.emplace_back())) entries.pop_back();
-    });
+    }
   }
   return static_cast<int>(entries.size());
 }
@@ -109,9 +126,8 @@ int countEntries(int folder, std::uint64_t& count) {
   BulkBuffer buffer;
   ssize_t length;
   count = 0;
-  while ((length = readNames(folder, buffer.names())) > 0) {
-    forEachName(buffer.names().first(static_cast<std::size_t>(length)),
-                [&](const dirent64&) { ++count; });
+  while ((length = buffer.readNames(folder)) > 0) {
+    while (!buffer.unread().empty()) count += !isSelfOrParent(takeName(buffer.unread()).d_name);
   }
   return length < 0 ? -1 : 0;
 }

@@ -2,11 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <memory>
 #include <span>
 #include <vector>
 
+#include "platform/Mutex.h"
 #include "platform/attrlist/Attributes.h"
 
 namespace hoist::attrlist {
@@ -22,21 +25,58 @@ struct BulkEntry {
   bool hasAttributes() const { return (attributes.returned.common & ATTR_CMN_FILEID) != 0; }
 };
 
-// Where one bulk read keeps the entries of its current batch. One per read, one thread at a time.
+// The order of the names when several threads read one folder: they take turns reading names, and
+// know by a number which were read before which.
+class BulkTurns {
+ public:
+  // The bytes of names that were read, as getdents64 answers it, and their number among all.
+  struct Turn {
+    ssize_t length;
+    std::uint64_t number;
+  };
+  Turn readNames(int folder, std::span<char> names);
+
+ private:
+  Mutex mutex_;
+  std::uint64_t last_ GUARDED_BY(mutex_) = 0;
+};
+
+// Where one thread's bulk read keeps names that it has read and the entries of its current batch.
 class BulkBuffer {
  public:
-  explicit BulkBuffer(std::size_t size = kDefaultSize);
+  // Entries of a batch at most: what is made of them finds them in the processor's first cache.
+  static constexpr std::size_t kEntries = 64;
 
-  std::span<char> names() { return {names_.get(), size_}; }
+  // For a folder that nobody else reads; the size is that of the names, in bytes.
+  explicit BulkBuffer(std::size_t size = kDefaultSize);
+  // The turns outlive the buffer.
+  explicit BulkBuffer(BulkTurns& turns, std::size_t size = kDefaultSize);
+
   std::vector<BulkEntry>& entries() { return entries_; }
   const std::vector<BulkEntry>& entries() const { return entries_; }
 
- private:
-  // About 500 names: more does not make reading faster, and the batch stays in the cache.
-  static constexpr std::size_t kDefaultSize = 16384;
+  // The names that are no entries yet, as getdents64 has written them.
+  std::span<char>& unread() { return unread_; }
+  // Reads the next names of the open folder. Answers their bytes, 0 at the end, -1 with errno set
+  // when it fails.
+  ssize_t readNames(int folder);
+  // Which names of the folder they are: later ones have a higher number.
+  std::uint64_t number() const { return number_; }
+  // Whether there may be more names in the folder: these fill the buffer.
+  bool isFull() const { return length_ + kLongestName > size_; }
 
+ private:
+  // About 400 names: more does not make reading faster.
+  static constexpr std::size_t kDefaultSize = 16384;
+  static constexpr std::size_t kLongestName = 280;  // bytes of an entry of getdents64
+
+  BulkTurns ownTurns_;
+  BulkTurns& turns_;
   std::unique_ptr<char[]> names_;
   std::size_t size_;
+  std::size_t length_ = 0;
+  std::uint64_t number_ = 0;
+  std::span<char> unread_;
   std::vector<BulkEntry> entries_;
 };
 

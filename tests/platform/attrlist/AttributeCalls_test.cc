@@ -10,7 +10,9 @@
 #include <atomic>
 #include <cerrno>
 #include <map>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/FileDescriptor.h"
 #include "support/AsUser.h"
@@ -213,6 +215,38 @@ TEST(GetAttrListBulk, LeavesOutWhatVanishesMeanwhile) {
   }
   done = true;
   churn.join();
+}
+
+TEST(GetAttrListBulk, NumbersTheNamesThatSeveralBuffersRead) {
+  TemporaryFolder folder;
+  for (int i = 0; i < 300; ++i) folder.write("x" + std::to_string(i), "");
+  FileDescriptor open(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  BulkTurns turns;
+  BulkBuffer one(turns, 2048), other(turns, 2048);
+  std::map<std::uint64_t, std::vector<std::string>> names;
+  auto read = [&](BulkBuffer& buffer) {
+    if (AttributeCalls::current().getattrlistbulk(open.get(), kEverything, buffer, 0) == 0) {
+      return false;
+    }
+    for (auto& entry : buffer.entries()) names[buffer.number()].emplace_back(entry.name);
+    return true;
+  };
+  EXPECT_TRUE(read(one));
+  EXPECT_TRUE(one.isFull());
+  while (read(other)) read(one);
+  EXPECT_FALSE(read(one));
+  EXPECT_FALSE(one.isFull());
+  EXPECT_GT(names.size(), 2u);
+  std::vector<std::string> all;
+  for (auto& [number, some] : names) all.insert(all.end(), some.begin(), some.end());
+  EXPECT_EQ(::lseek(open.get(), 0, SEEK_SET), 0);
+  std::vector<std::string> inOrder;
+  BulkBuffer alone;
+  while (AttributeCalls::current().getattrlistbulk(open.get(), kEverything, alone, 0) > 0) {
+    for (auto& entry : alone.entries()) inOrder.emplace_back(entry.name);
+  }
+  EXPECT_EQ(all, inOrder);
+  EXPECT_EQ(all.size(), 300u);
 }
 
 TEST(GetAttrListBulk, FailsOnWhatIsNoFolder) {
