@@ -16,7 +16,6 @@
 #include <map>
 #include <system_error>
 
-#include "platform/RunLoop.h"
 #include "platform/SystemCall.h"
 #include "platform/Thread.h"
 #include "platform/Trouble.h"
@@ -31,15 +30,6 @@ constexpr std::chrono::seconds kIdleLife{5};
 constexpr int kBackgroundNice = 10;
 
 thread_local Queue* current = nullptr;
-
-class MainQueue final : public Queue {
- public:
-  void async(Block block) override { RunLoop::main().post(std::move(block)); }
-  void after(std::chrono::nanoseconds delay, Block block) override {
-    globalQueue().after(delay,
-                        [this, block = std::move(block)]() mutable { async(std::move(block)); });
-  }
-};
 
 class Pool final : public Queue {
  public:
@@ -155,6 +145,8 @@ class SerialQueue final : public Queue, public std::enable_shared_from_this<Seri
     });
   }
 
+  Ref<Queue> hold() override { return shared_from_this(); }
+
  private:
   void drain() {
     CurrentQueueScope scope(*this);
@@ -178,6 +170,10 @@ class SerialQueue final : public Queue, public std::enable_shared_from_this<Seri
 }  // namespace
 
 Queue::~Queue() = default;
+
+Ref<Queue> Queue::hold() {
+  return Ref<Queue>(Ref<void>(), this);
+}
 
 void Queue::sync(const Block& block) {
   struct Outcome {
@@ -204,11 +200,6 @@ void Queue::sync(const Block& block) {
   if (outcome->failure) std::rethrow_exception(outcome->failure);
 }
 
-Queue& mainQueue() {
-  static auto& queue = *new MainQueue;
-  return queue;
-}
-
 Queue& globalQueue(Priority priority) {
   static auto& normal = *new Pool(Priority::Default);
   static auto& background = *new Pool(Priority::Background);
@@ -219,23 +210,15 @@ Ref<Queue> makeSerialQueue() {
   return make<SerialQueue>();
 }
 
-Queue& currentQueue() {
-  if (current) return *current;
-  return RunLoop::main().isMainThread() ? mainQueue() : globalQueue();
-}
-
-Ref<Queue> holdCurrentQueue() {
-  auto& queue = currentQueue();
-  if (auto* serial = dynamic_cast<SerialQueue*>(&queue)) return serial->shared_from_this();
-  // The others are permanent.
-  return Ref<Queue>(Ref<void>(), &queue);
-}
-
 CurrentQueueScope::CurrentQueueScope(Queue& queue) : previous_(current) {
   current = &queue;
 }
 CurrentQueueScope::~CurrentQueueScope() {
   current = previous_;
+}
+
+Queue* CurrentQueueScope::innermost() {
+  return current;
 }
 
 void Group::async(Queue& queue, Block block) {

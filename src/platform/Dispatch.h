@@ -22,6 +22,8 @@ class Queue {
   virtual void async(Block block) = 0;
   // Runs the block not before the delay has passed.
   virtual void after(std::chrono::nanoseconds delay, Block block) = 0;
+  // Keeps a serial queue alive; the others are permanent.
+  virtual Ref<Queue> hold();
   // Runs the block and waits for its end; an exception of the block reaches the caller. Deadlocks
   // when called from a block of the same serial queue.
   void sync(const Block& block);
@@ -52,6 +54,9 @@ class CurrentQueueScope {
   ~CurrentQueueScope();
   CurrentQueueScope(const CurrentQueueScope&) = delete;
   CurrentQueueScope& operator=(const CurrentQueueScope&) = delete;
+
+  // The queue of this thread's innermost scope; null outside of any.
+  static Queue* innermost();
 
  private:
   Queue* previous_;

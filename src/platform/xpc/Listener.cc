@@ -3,18 +3,10 @@
 #include "platform/xpc/Listener.h"
 
 #include "platform/xpc/Acceptor.h"
-#include "platform/xpc/ServiceSocket.h"
 
 namespace hoist::xpc {
 
 ListenerDelegate::~ListenerDelegate() = default;
-
-Ref<Listener> Listener::initWithMachServiceName(std::string serviceName, Limits limits) {
-  auto acceptor = make<Acceptor>(ServiceSocket::forServiceName(serviceName), serviceName, limits);
-  auto listener = make<Listener>(std::move(serviceName), acceptor);
-  acceptor->setListener(listener);
-  return listener;
-}
 
 Ref<Listener> Listener::anonymousListener(Limits limits) {
   auto acceptor = make<Acceptor>(std::nullopt, std::string(), limits);

@@ -13,18 +13,13 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <set>
 #include <stdexcept>
-#include <vector>
 
 #include "platform/Mutex.h"
 #include "platform/SystemCall.h"
-#include "platform/xpc/SocketFacts.h"
 #include "values/product.h"
 
 namespace hoist::xpc {
@@ -59,42 +54,6 @@ FileDescriptor makeSocket(int flags) {
   return FileDescriptor(systemCall(
       "socket", [&] { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0); }));
 }
-
-// The descriptors that the service manager passed, by name. Each is given out once.
-class PassedSockets {
- public:
-  static PassedSockets& shared() {
-    static auto& sockets = *new PassedSockets;
-    return sockets;
-  }
-
-  FileDescriptor take(const std::string& name) {
-    MutexLock lock(mutex_);
-    for (std::size_t index = 0; index < names_.size(); ++index) {
-      bool isOnly = names_.size() == 1;
-      if (!isOnly && names_[index] != name) continue;
-      int descriptor = SD_LISTEN_FDS_START + static_cast<int>(index);
-      if (!isListeningStream(descriptor) || !given_.insert(descriptor).second) continue;
-      return FileDescriptor(descriptor);
-    }
-    return {};
-  }
-
- private:
-  PassedSockets() {
-    char** names = nullptr;
-    int count = sd_listen_fds_with_names(0, &names);
-    for (int index = 0; index < count; ++index) {
-      names_.emplace_back(names ? names[index] : "");
-      if (names) std::free(names[index]);
-    }
-    std::free(names);
-  }
-
-  std::vector<std::string> names_;
-  Mutex mutex_;
-  std::set<int> given_ GUARDED_BY(mutex_);
-};
 
 // Held while the file of a socket is looked at and replaced.
 FileDescriptor lockDirectory(const std::string& path) {
@@ -196,13 +155,7 @@ FileDescriptor connectToService(const std::string& serviceName,
   return socket;
 }
 
-ServiceSocket ServiceSocket::forServiceName(const std::string& serviceName) {
-  if (auto passed = PassedSockets::shared().take(serviceName)) {
-    // Another process may hold it, too, and take the connection that was waiting just now.
-    int flags = ::fcntl(passed.get(), F_GETFL);
-    systemCall("fcntl", [&] { return ::fcntl(passed.get(), F_SETFL, flags | O_NONBLOCK); });
-    return {std::move(passed), {}, 0, 0};
-  }
+ServiceSocket ServiceSocket::makeForServiceName(const std::string& serviceName) {
   auto path = socketPathForServiceName(serviceName);
   auto folder = path.substr(0, path.rfind('/'));
   makeDirectory(folder);

@@ -31,10 +31,9 @@ struct ServiceSocket {
   FileDescriptor descriptor;
   std::string madePath;  // empty for a passed socket
 
-  // The socket that the service manager passed (each is taken once), else a new one, mode 0666, in
-  // the runtime directory, which is made (mode 0755) when it is missing. A stale file is replaced,
-  // a live one never. Throws SystemCallError.
-  static ServiceSocket forServiceName(const std::string& serviceName);
+  // A new one, mode 0666, in the runtime directory, which is made (mode 0755) when it is missing. A
+  // stale file is replaced, a live one never. Throws SystemCallError.
+  static ServiceSocket makeForServiceName(const std::string& serviceName);
   // Removes the file if this process made it and it is still the same one.
   void removeFile();
 
