@@ -47,6 +47,9 @@ else()
   # Hardening of a root daemon: checked string functions, stack protector, immediate binding, read-only relocations.
   target_compile_options(hoist_options INTERFACE -fstack-protector-strong $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
   target_link_options(hoist_options INTERFACE -Wl,-z,relro,-z,now)
+  # A program holds what it uses: every launch of a helper reads its whole file.
+  target_compile_options(hoist_options INTERFACE -ffunction-sections -fdata-sections)
+  target_link_options(hoist_options INTERFACE -Wl,--gc-sections)
 endif()
 if(HOIST_BUILD_FUZZERS)
   target_compile_options(hoist_options INTERFACE -fsanitize=fuzzer-no-link)

@@ -14,6 +14,8 @@ set_target_properties(hoist_helper PROPERTIES EXPORT_NAME helper)
 foreach(target ${targets})
   target_include_directories(${target} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/hoist>)
   target_compile_features(${target} INTERFACE cxx_std_20)
+  # What a helper neither uses nor loads does not delay its launch.
+  target_link_options(${target} INTERFACE $<INSTALL_INTERFACE:-Wl,--as-needed$<COMMA>--gc-sections>)
 endforeach()
 install(TARGETS ${targets} EXPORT hoist DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hoist COMPONENT development

@@ -6,7 +6,6 @@
 
 #include "connection/protocols/KLComponentMessaging.h"
 #include "helper/HelperTool.h"
-#include "platform/RunLoop.h"
 #include "values/product.h"
 using namespace hoist;
 
@@ -35,7 +34,7 @@ int main() {
   if (!tool) return 1;
   auto interface = xpc::Interface::interfaceWithProtocol(greetingProtocol());
   tool->serve(make<Greeter>(), interface, [] { std::_Exit(0); });  // when the last client leaves
-  tool->accept();
   if (!tool->couple()) return 1;  // hands the hoist the endpoint
-  RunLoop::main().run();
+  tool->accept();
+  for (;;) ::pause();
 }

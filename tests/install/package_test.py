@@ -7,6 +7,7 @@ usage: package_test.py SOURCE-FOLDER BUILD-FOLDER
 """
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import subprocess
@@ -59,6 +60,19 @@ class Package(unittest.TestCase):
         helper = self.root / "hello"
         run("c++", "-o", helper, self.root / "examples/hello/main.cc", *self.flags("hoist-helper"))
         run(helper, status=1)
+        self.assert_loads_little(helper)
+
+    def test_a_helper_is_built_with_cmake(self):
+        helper = self.build("hello") / "example-hello"
+        run(helper, status=1)
+        self.assert_loads_little(helper)
+
+    # Each library more delays every launch.
+    def assert_loads_little(self, helper):
+        libraries = set(re.findall(r"\(NEEDED\).*\[([^.]*)", run("readelf", "--dynamic", helper)))
+        self.assertIn("libc", libraries)
+        self.assertLessEqual({name for name in libraries if not name.startswith("ld-")},
+                             {"libc", "libm", "libgcc_s", "libstdc++", "libfmt"})
 
     def test_a_client_is_built_with_pkg_config(self):
         client = self.root / "client"
