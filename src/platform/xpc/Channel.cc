@@ -16,6 +16,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "platform/Dispatch.h"
 #include "platform/SystemCall.h"
 #include "platform/Thread.h"
@@ -202,6 +204,16 @@ void Channel::resume() {
   if (isAccepted()) kept_ = owner_.lock();
 }
 
+void Channel::runUntil(Clock::Instant deadline) {
+  {
+    MutexLock lock(mutex_);
+    if (state_ != State::kNew) return;
+    state_ = State::kRunning;
+  }
+  deadline_ = deadline;
+  run();
+}
+
 bool Channel::isResumed() const {
   MutexLock lock(mutex_);
   return state_ != State::kNew;
@@ -227,11 +239,12 @@ void Channel::shutDown() {
 }
 
 void Channel::run() {
-  currentChannel = this;
+  auto outer = std::exchange(currentChannel, this);
   platform::contain("a connection", [this] {
     if (open()) read();
   });
   end();
+  currentChannel = outer;
 }
 
 // A service that cannot be reached is no trouble of this process: whoever sends is told.
@@ -265,6 +278,7 @@ void Channel::authenticate(const Ref<const FileDescriptor>& socket) {
   outbox_->open(socket);
   std::uint8_t buffer[4096];
   for (;;) {
+    if (!isInTime(*socket)) throw std::runtime_error("the service does not answer");
     auto got = dbus::receive(socket->get(), buffer, kDescriptorsOfOneMessage);
     if (waitedForInput(*socket, got)) continue;
     if (got.status != dbus::IOStatus::kDone) throw std::runtime_error("the service hung up");
@@ -351,6 +365,7 @@ void Channel::readMessages(const FileDescriptor& socket) {
 // Answers whether there is more to read from.
 bool Channel::receive(const FileDescriptor& socket, std::optional<Clock::Instant> begun) {
   for (;;) {
+    if (!isInTime(socket)) return false;
     if (begun && !waitForRest(socket, *begun)) return false;
     auto got = dbus::receive(socket.get(), reader_.space(), kDescriptorsOfOneMessage,
                              begun ? MSG_DONTWAIT : 0);
@@ -367,6 +382,12 @@ bool Channel::receive(const FileDescriptor& socket, std::optional<Clock::Instant
     }
     return false;
   }
+}
+
+// Whether there is input before the deadline, if there is one.
+bool Channel::isInTime(const FileDescriptor& socket) const {
+  pollfd input{socket.get(), POLLIN, 0};
+  return !deadline_ || Clock::poll({&input, 1}, *deadline_) != 0;
 }
 
 bool Channel::waitForRest(const FileDescriptor& socket, Clock::Instant begun) {

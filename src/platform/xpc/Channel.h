@@ -58,6 +58,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   CallHandler& calls() { return *calls_; }
 
   void resume();
+  void runUntil(Clock::Instant deadline);
   bool isResumed() const;
   void invalidate();
 
@@ -85,6 +86,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   void read();
   void readMessages(const FileDescriptor& socket);
   bool receive(const FileDescriptor& socket, std::optional<Clock::Instant> begun);
+  bool isInTime(const FileDescriptor& socket) const;
   bool waitForRest(const FileDescriptor& socket, Clock::Instant begun);
   bool holdReceived();
   void handle(dbus::Message message);
@@ -116,6 +118,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   dbus::FrameReader reader_;
   Admission::Held held_;  // what the account was told last
   bool hadLongCall_ = false;
+  std::optional<Clock::Instant> deadline_;  // of runUntil
 
   mutable Mutex mutex_;
   State state_ GUARDED_BY(mutex_) = State::kNew;

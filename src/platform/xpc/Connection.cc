@@ -85,6 +85,9 @@ Ref<Proxy> Connection::remoteObjectProxyWithErrorHandler(ErrorHandler handler) {
 void Connection::resume() {
   channel_->resume();
 }
+void Connection::runUntil(Clock::Instant deadline) {
+  channel_->runUntil(deadline);
+}
 bool Connection::isResumed() const {
   return channel_->isResumed();
 }

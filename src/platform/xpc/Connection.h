@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/Clock.h"
 #include "platform/FileDescriptor.h"
 #include "platform/xpc/Endpoint.h"
 #include "platform/xpc/Exportable.h"
@@ -67,6 +68,11 @@ class Connection : public Object {
 
   // Starts the connection. Messages sent before wait for it.
   void resume();
+  // Takes the place of resume() and of the connection's thread for one who has nothing else to do
+  // meanwhile: reads, and runs handlers and completions, on the calling thread until the connection
+  // has ended, be it that one of them has invalidated it, or the deadline has come, which ends it.
+  // A service that very many connect to at once is waited for longer.
+  void runUntil(Clock::Instant deadline);
   bool isResumed() const;
   // Ends the connection; nothing is sent any more, what the peer sent and was not read is lost.
   void invalidate();

@@ -4,10 +4,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <limits>
+#include <thread>
 
 #include "platform/xpc/testing/TestService.h"
 
@@ -30,6 +32,53 @@ TEST(Connection, CarriesABarrierThereAndBack) {
   ask<&Talking::barrierWithCompletion>(connection, outcome);
   EXPECT_EQ(outcome.error(), nullptr);
 }
+
+// ----- On the caller's thread --------------------------------------------------------------------
+
+Ref<Connection> makeClient() {
+  auto connection = Connection::initWithMachServiceName(TestService::kName);
+  connection->setRemoteObjectInterface(Interface::interfaceWithProtocol(talkingProtocol()));
+  return connection;
+}
+
+TEST(Connection, RunsOnItsCallersThreadUntilACompletionInvalidatesIt) {
+  TestService service;
+  auto connection = makeClient();
+  std::thread::id completed;
+  connection->remoteObjectProxy()->send<&Talking::barrierWithCompletion>([&] {
+    completed = std::this_thread::get_id();
+    EXPECT_EQ(Connection::currentConnection(), connection);
+    connection->invalidate();
+  });
+  connection->runUntil(Clock::Instant::max());
+  EXPECT_EQ(completed, std::this_thread::get_id());
+  EXPECT_EQ(Connection::currentConnection(), nullptr);
+}
+
+TEST(Connection, OnItsCallersThreadEndsAtTheDeadline) {
+  TestService service;
+  auto connection = makeClient();
+  Outcome<std::string> outcome;
+  ask<&Talking::keep>(connection, outcome, "for a reply that is never called");
+  connection->runUntil(Clock::instant() + std::chrono::milliseconds(50));
+  EXPECT_TRUE(outcome.isThere());
+  EXPECT_NE(outcome.error(), nullptr);
+}
+
+TEST(Connection, OnItsCallersThreadEndsAtTheDeadlineBeforeItIsAuthenticated) {
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  FileDescriptor silent(ends[1]);
+  auto connection = Connection::initWithSocket(FileDescriptor(ends[0]));
+  connection->setRemoteObjectInterface(Interface::interfaceWithProtocol(talkingProtocol()));
+  Outcome<> outcome;
+  ask<&Talking::barrierWithCompletion>(connection, outcome);
+  connection->runUntil(Clock::instant());
+  ASSERT_TRUE(outcome.isThere());
+  EXPECT_THAT(outcome.error()->description(), HasSubstr("the service does not answer"));
+}
+
+// ----- What it carries ---------------------------------------------------------------------------
 
 TEST(Connection, CarriesEveryNumberToItsLimits) {
   TestService service;
