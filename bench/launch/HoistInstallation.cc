@@ -4,10 +4,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +20,7 @@
 
 #include "launch/Ways.h"
 #include "platform/SystemCall.h"
+#include "platform/xpc/Peer.h"
 #include "values/product.h"
 
 namespace hoist::bench {
@@ -131,9 +134,13 @@ void HoistInstallation::launch() {
 }
 
 void HoistInstallation::waitForTheEndOfTheHelper() {
-  pollfd endpoint = {endpoint_->descriptor(), 0, 0};
+  const auto helper = xpc::Peer::processDescriptorOfSocket(endpoint_->descriptor());
+  pollfd end = {helper.get(), POLLIN, 0};
   const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
-  if (::poll(&endpoint, 1, patience) != 1) throw std::runtime_error("the helper does not end");
+  if (helper && ::poll(&end, 1, patience) != 1) throw std::runtime_error("the helper does not end");
+  // Until the hoist has collected it, a process that has ended still takes signals.
+  while (helper && ::syscall(SYS_pidfd_send_signal, helper.get(), 0, nullptr, 0) == 0)
+    ::sched_yield();
 }
 
 }  // namespace hoist::bench

@@ -27,7 +27,8 @@ class HoistInstallation {
 
   // From the call to the endpoint in hand. Throws std::runtime_error when there is none.
   void launch();
-  // The helper ends, because nobody talks to it: what that costs is no part of the next launch.
+  // The helper ends, because nobody talks to it, and is collected: what that costs is no part of
+  // the next launch.
   void waitForTheEndOfTheHelper();
 
  private:
