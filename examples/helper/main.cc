@@ -47,8 +47,8 @@ int main() {
     }
   };
   tool->serve(command, CommandInfo::interfaceForName(name), clientLeft);
-  tool->accept();
   if (!tool->couple()) return 1;
+  tool->accept();
   dispatch::mainQueue().after(kFirstClientLimit, [&tool] {
     if (!tool->hasHadClients()) std::exit(0);
   });

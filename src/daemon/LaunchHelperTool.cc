@@ -174,11 +174,9 @@ LaunchedHelper LaunchHelperTool(const HelperLaunch& launch) {
     if (couplingService) glue.prepareToConnectWithHelper(helper.serviceName);
     shakeHandsWith(launch, helper.serviceName, pipes.input.writing.get(),
                    pipes.output.reading.get());
-    const bool inBackground = runsInBackground();
-    if (inBackground) lowerPriority(*helper.task);
+    helper.isInBackground = runsInBackground();
+    if (helper.isInBackground) lowerPriority(*helper.task);
     if (couplingService) helper.endpoint = glue.endpointForLaunchedHelper(helper.serviceName);
-    // Only now: until it has called back, the client and the next launch wait for the helper.
-    if (inBackground) platform::enterIdleClasses(helper.task->processIdentifier());
     return helper;
   } catch (const SystemCallError& error) {
     if (couplingService) glue.abandonConnectionWithHelper(startedService);

@@ -18,6 +18,9 @@ struct LaunchedHelper {
   Ref<ChildTask> task;
   std::string serviceName;
   std::optional<xpc::Endpoint> endpoint;
+  // Whether it has the low priority. Whoever launched it moves it to the idle classes, too, when
+  // nobody waits for it any more (platform::enterIdleClasses).
+  bool isInBackground = false;
 };
 
 // One launch, as the client asked for it.

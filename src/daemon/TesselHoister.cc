@@ -9,6 +9,7 @@
 #include "daemon/TesselHoist.h"
 #include "filesystem/PXPath.h"
 #include "logging/Logger.h"
+#include "platform/BackgroundPriority.h"
 #include "platform/Executable.h"
 #include "values/ClassRegistry.h"
 #include "values/product.h"
@@ -37,23 +38,24 @@ void TesselHoister::launchPrivilegedHelper(
     Logger::logKeyValue(classification::Details, line, "path", Value(path));
     return;
   }
+  LaunchedHelper helper;
   std::optional<std::string> serviceName;
-  std::optional<xpc::Endpoint> endpoint;
   try {
     auto file = PXFileInfo::infoForOpenFile(executable->file->get(), PXPath::initWithPath(path));
-    auto helper = LaunchHelperTool({.file = file,
-                                    .executable = *executable,
-                                    .commandName = std::move(commandName),
-                                    .flags = std::move(flags),
-                                    .requireSetUserID = true,
-                                    .owner = userID_});
+    helper = LaunchHelperTool({.file = file,
+                               .executable = *executable,
+                               .commandName = std::move(commandName),
+                               .flags = std::move(flags),
+                               .requireSetUserID = true,
+                               .owner = userID_});
     serviceName = helper.serviceName;
-    endpoint = helper.endpoint;
   } catch (const Exception& exception) {
     Logger::logMessageWithExceptionDetails(classification::Failure, nullptr,
                                            "failed to launch helper", &exception);
   }
-  reply(std::move(serviceName), std::move(endpoint));
+  reply(std::move(serviceName), std::move(helper.endpoint));
+  // Only now: until here the client and the next launch have waited for the helper.
+  if (helper.isInBackground) platform::enterIdleClasses(helper.task->processIdentifier());
 }
 
 void TesselHoister::asyncSample(std::vector<std::int32_t> processes,

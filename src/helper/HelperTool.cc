@@ -8,7 +8,6 @@
 #include <cstdlib>
 
 #include "connection/protocols/KLHelperCoupling.h"
-#include "platform/ConditionLock.h"
 #include "platform/SystemCall.h"
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/Limits.h"
@@ -18,7 +17,7 @@ namespace hoist {
 namespace {
 
 // As long as the hoist waits for the endpoint.
-constexpr double kCouplingSeconds = 20;
+constexpr std::chrono::seconds kCouplingLimit{20};
 
 std::optional<std::string> readLine(int input) {
   std::string line;
@@ -104,10 +103,6 @@ std::optional<HelperTool> HelperTool::start(std::string_view version) {
   return tool;
 }
 
-void HelperTool::accept() {
-  say("OK\n");
-}
-
 void HelperTool::refuse(std::string_view explanation) {
   say("NO\n");
   say(explanation);
@@ -118,11 +113,6 @@ void HelperTool::serve(const Ref<xpc::Exportable>& object, const Ref<xpc::Interf
   listener_ = xpc::Listener::anonymousListener(xpc::Limits::forHelper());
   delegate_ = make<OneObjectDelegate>(object, interface, std::move(lastClientLeft));
   listener_->setDelegate(delegate_);
-  listener_->resume();
-}
-
-bool HelperTool::hasHadClients() const {
-  return delegate_ && delegate_->hadClients();
 }
 
 bool HelperTool::couple() {
@@ -131,17 +121,25 @@ bool HelperTool::couple() {
   auto connection = xpc::Connection::initWithMachServiceName(parentService);
   connection->setRemoteObjectInterface(
       xpc::Interface::interfaceWithProtocol(klHelperCouplingProtocol()));
-  connection->resume();
-  auto answered = ConditionLock::messageLock();
-  auto taken = std::make_shared<std::atomic<bool>>(false);
+  auto taken = make<bool>(false);
   auto proxy = connection->remoteObjectProxyWithErrorHandler(
-      [answered](const Ref<Error>&) { answered->messageReplied(); });
+      [connection](const Ref<Error>&) { connection->invalidate(); });
   proxy->send<&KLHelperCoupling::connectWithEndpoint>(listener_->endpoint(),
-                                                      invocation_.serviceName, [answered, taken] {
+                                                      invocation_.serviceName, [connection, taken] {
                                                         *taken = true;
-                                                        answered->messageReplied();
+                                                        connection->invalidate();
                                                       });
-  return answered->waitForMessageReplyBeforeInterval(kCouplingSeconds) && *taken;
+  connection->runUntil(Clock::instant() + kCouplingLimit);
+  return *taken;
+}
+
+void HelperTool::accept() {
+  say("OK\n");
+  listener_->resume();
+}
+
+bool HelperTool::hasHadClients() const {
+  return delegate_ && delegate_->hadClients();
 }
 
 }  // namespace hoist

@@ -37,24 +37,28 @@ class HelperTool {
 
   const HelperInvocation& invocation() const { return invocation_; }
 
-  // "OK\n" on the standard output. From then on the output belongs to nobody: the hoist closes its
-  // end once it has the endpoint.
-  void accept();
   // "NO\n" and the explanation, which ends when the process does.
   void refuse(std::string_view explanation);
 
-  // Makes an anonymous listener that serves the object to every connection. Whenever the last of
-  // the connections has ended, the handler is called, on that connection's thread.
+  // Makes an anonymous listener that serves the object to every connection, once the helper has
+  // accepted. Whenever the last of the connections has ended, the handler is called, on that
+  // connection's thread.
   void serve(const Ref<xpc::Exportable>& object, const Ref<xpc::Interface>& interface,
              std::function<void()> lastClientLeft = nullptr);
 
-  // Whether any client has connected so far. Safe from any thread.
-  bool hasHadClients() const;
-
   // Calls the service that is named in the environment back with the listener's endpoint; false
   // when there is none, it cannot be reached or it does not answer within 20 seconds. Blocks the
-  // calling thread for as long.
+  // calling thread for as long. A client may connect from then on, and waits.
   bool couple();
+
+  // "OK\n" on the standard output. From then on the output belongs to nobody: the hoist closes its
+  // end once it has the endpoint. The hoist also moves the helper to the background when it reads
+  // this, while its client still waits for the endpoint: on a busy machine it takes long to couple
+  // after it.
+  void accept();
+
+  // Whether any client has connected so far. Safe from any thread.
+  bool hasHadClients() const;
 
  private:
   explicit HelperTool(HelperInvocation invocation) : invocation_(std::move(invocation)) {}

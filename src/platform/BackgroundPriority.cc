@@ -47,6 +47,8 @@ void enterIdleClasses(pid_t process) {
     ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0));
     sched_param none = {};
     ::sched_setscheduler(thread, SCHED_IDLE, &none);
+    // It may have been made by a thread that did not have the priority yet.
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(thread), kBackgroundBandPriority);
   }
 }
 

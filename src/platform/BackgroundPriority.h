@@ -15,8 +15,9 @@ inline constexpr int kBackgroundBandPriority = 0x1000;
 int setBackgroundPriority(pid_t process);
 
 // Adds, for every thread that the process now has, the idle I/O class and SCHED_IDLE: with the
-// priority they are the nearest to the background band. On a busy machine such a process may get no
-// processor for a second, so this is for one that nobody waits for. Fails quietly.
+// priority, which threads get that have come since, they are the nearest to the background band. On
+// a busy machine such a process may get no processor for a second, so this is for one that nobody
+// waits for. Fails quietly.
 void enterIdleClasses(pid_t process);
 
 }  // namespace hoist::platform

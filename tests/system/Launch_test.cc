@@ -82,6 +82,15 @@ TEST_F(Launch, HandsTheEndpointOfAPrivilegedHelperToAnOrdinaryUser) {
   EXPECT_EQ(result.json["humanReadableName"], "Capture");
 }
 
+TEST_F(Launch, WaitsForTheEndpointOfAHelperThatSaysTooEarlyThatItIsReady) {
+  auto eager =
+      Sandbox::shared().makeHelper("eager", HOIST_BUILD_DIR "/bin/test_eager_helper", kUser);
+  ctl::HoistClient client("com.kelvo.hoist");
+  auto launched = client.launch(eager, "capture", {});
+  EXPECT_TRUE(launched.endpoint) << hoist_.log();
+  ::kill(hoist_.onlyChild(), SIGKILL);
+}
+
 TEST_F(Launch, LowersTheHelpersPriorityWhenThePreferenceSaysSo) {
   Sandbox::setRunsInBackground(true);
   auto odd = oddHelper();
@@ -109,7 +118,8 @@ TEST_F(Launch, MovesTheHelperToTheBackgroundOnceItsEndpointIsKnown) {
   pid_t helper = hoist_.onlyChild();
   ASSERT_NE(helper, 0);
   EXPECT_EQ(::getpriority(PRIO_PROCESS, helper), 19);
-  EXPECT_EQ(::sched_getscheduler(helper), SCHED_IDLE);
+  // It is moved after the client has its answer.
+  while (::sched_getscheduler(helper) != SCHED_IDLE) std::this_thread::yield();
   ::kill(helper, SIGKILL);
   Sandbox::setRunsInBackground(false);
 }

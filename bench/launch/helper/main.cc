@@ -36,8 +36,8 @@ int runForTheHoist() {
   if (!tool) return 1;
   tool->serve(make<Service>(),
               xpc::Interface::interfaceWithProtocol(klComponentMessagingProtocol()));
-  tool->accept();
   if (!tool->couple()) return 1;
+  tool->accept();
   waitForTheEndOfInput();
   return 0;
 }
