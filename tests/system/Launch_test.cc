@@ -373,5 +373,25 @@ TEST_F(Launch, LeavesNoCouplingBehindWhenItsClientAndItsHelperAreKilled) {
   EXPECT_EQ(after.children, 0u);
 }
 
+// To close such a file takes as long as its owner likes, and a process that inherits it has to
+// close it before it can execute a program.
+TEST_F(Launch, AFileWhoseOwnerNeverLetsItBeClosedHoldsUpNoLaunch) {
+  TemporaryFolder mountPoint;
+  PipeEnds untilTheEnd = makePipe(), output = makePipe();
+  auto owner = ChildTask::launch(
+      {.launchPath = "/usr/bin/python3",
+       .arguments = {HOIST_SOURCE_DIR "/tests/system/stubborn_file.py",
+                     "/run/kelvo/com.kelvo.hoist", std::to_string(kOther), mountPoint.path()},
+       .standardInput = untilTheEnd.reading.get(),
+       .standardOutput = output.writing.get()});
+  output.writing.reset();
+  char word[6];
+  ASSERT_EQ(::read(output.reading.get(), word, sizeof word), 6) << "it cannot mount";
+  EXPECT_EQ(launch(kUser, good_, "capture").status, 0);
+  EXPECT_EQ(hoistctl(kOther, {"status"}).status, 0);
+  untilTheEnd.writing.reset();
+  owner->waitUntilExit();
+}
+
 }  // namespace
 }  // namespace hoist

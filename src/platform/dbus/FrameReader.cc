@@ -47,16 +47,24 @@ void FrameReader::makeRoom(std::size_t size) {
 }
 
 void FrameReader::received(std::size_t size, FileDescriptors descriptors) {
-  std::uint64_t streamEnd = streamBegin_ + heldBytes();
+  auto read = noteRead(size, !descriptors.empty());
+  for (auto& descriptor : descriptors) descriptors_.push_back({std::move(descriptor), read});
+}
+
+void FrameReader::receivedWithheld(std::size_t size) {
+  auto read = noteRead(size, true);
+  if (withheld_ && !withheld_->announced) read.begin = withheld_->reads.begin;
+  withheld_ = {read};
+}
+
+FrameReader::Read FrameReader::noteRead(std::size_t size, bool withDescriptors) {
+  std::uint64_t begin = streamBegin_ + heldBytes();
   end_ += size;
-  if (descriptors.empty()) return;
-  if (size == 0 || limits_.fileDescriptors == 0) {
+  if (withDescriptors && (size == 0 || limits_.fileDescriptors == 0)) {
     descriptors_.clear();
     throw ProtocolError("descriptors came that were not negotiated");
   }
-  for (auto& descriptor : descriptors) {
-    descriptors_.push_back({std::move(descriptor), streamEnd, streamEnd + size});
-  }
+  return {begin, begin + size};
 }
 
 void FrameReader::append(std::span<const std::uint8_t> bytes, FileDescriptors descriptors) {
@@ -111,14 +119,30 @@ Bytes FrameReader::takeFrame() {
 FileDescriptors FrameReader::takeDescriptors(std::uint32_t announced) {
   if (announced > limits_.fileDescriptors)
     throw ProtocolError("too many descriptors are announced");
+  if (withheld_) return takeStandIns(announced);
   auto last = descriptors_.begin();
   FileDescriptors taken;
-  while (taken.size() < announced && last != descriptors_.end() && last->begin < streamBegin_) {
+  while (taken.size() < announced && last != descriptors_.end() &&
+         last->read.begin < streamBegin_) {
     taken.push_back(std::move(last++->descriptor));
   }
   descriptors_.erase(descriptors_.begin(), last);
-  if (!descriptors_.empty() && descriptors_.front().end <= streamBegin_) {
+  if (!descriptors_.empty() && descriptors_.front().read.end <= streamBegin_) {
     throw ProtocolError("descriptors came that no message announces");
+  }
+  return taken;
+}
+
+// How many were withheld is not known: as many as each message announces that overlaps the reads.
+FileDescriptors FrameReader::takeStandIns(std::uint32_t announced) {
+  FileDescriptors taken;
+  if (announced > 0 && withheld_->reads.begin < streamBegin_) {
+    withheld_->announced = true;
+    while (taken.size() < announced) taken.push_back(FileDescriptor::duplicate(limits_.standIn));
+  }
+  if (withheld_->reads.end <= streamBegin_) {
+    if (!withheld_->announced) throw ProtocolError("descriptors came that no message announces");
+    withheld_.reset();
   }
   return taken;
 }

@@ -14,6 +14,9 @@ namespace hoist::dbus {
 struct FrameLimits {
   std::size_t messageSize = std::size_t{1} << 20;  // bytes of a message, header included
   std::size_t fileDescriptors = 16;  // of one message, complete or not; 0: none were negotiated
+  // Where descriptors are withheld: a duplicate of it, which is borrowed, stands in the place of
+  // each that a message announces.
+  int standIn = -1;
 };
 
 // Cuts the stream of a connection into messages. Bytes and descriptors are put in as they come, in
@@ -37,6 +40,8 @@ class FrameReader {
   // The first `size` bytes of space() have been filled by one read, which brought these descriptors
   // along.
   void received(std::size_t size, FileDescriptors descriptors = {});
+  // The same for a read that brought descriptors along, nobody knows how many, which were withheld.
+  void receivedWithheld(std::size_t size);
   // The same for bytes that stand elsewhere: what was read behind BEGIN.
   void append(std::span<const std::uint8_t> bytes, FileDescriptors descriptors = {});
 
@@ -53,14 +58,23 @@ class FrameReader {
   bool isMidMessage() const { return end_ != begin_; }
 
  private:
+  struct Read {  // stream positions
+    std::uint64_t begin;
+    std::uint64_t end;
+  };
   struct PassedDescriptor {
     FileDescriptor descriptor;
-    std::uint64_t begin;  // stream positions of the read that it came with
-    std::uint64_t end;
+    Read read;  // that it came with
+  };
+  struct Withheld {
+    Read reads;              // from the first to the last that brought some along
+    bool announced = false;  // by a message that overlaps them
   };
 
   std::optional<Message> cutMessage();
+  Read noteRead(std::size_t size, bool withDescriptors);
   FileDescriptors takeDescriptors(std::uint32_t announced);
+  FileDescriptors takeStandIns(std::uint32_t announced);
   Bytes takeFrame();
   void makeRoom(std::size_t size);
 
@@ -71,6 +85,7 @@ class FrameReader {
   std::size_t frameSize_ = 0;      // of the message at begin_; 0 as long as it is not known
   std::uint64_t streamBegin_ = 0;  // stream position of begin_
   std::vector<PassedDescriptor> descriptors_;
+  std::optional<Withheld> withheld_;
 };
 
 }  // namespace hoist::dbus

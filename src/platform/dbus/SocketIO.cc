@@ -66,9 +66,10 @@ Received receive(int socket, std::span<std::uint8_t> space, std::size_t maximumD
       retryInterrupted([&] { return recvmsg(socket, &header, flags | MSG_CMSG_CLOEXEC); });
   if (size < 0) return {statusOf(errno), errno, 0, {}};
   FileDescriptors descriptors = takeDescriptors(header);
-  if (header.msg_flags & MSG_CTRUNC) return {IOStatus::kFailed, EMSGSIZE, 0, {}};
+  bool withheld = header.msg_flags & MSG_CTRUNC;
+  if (withheld && maximumDescriptors > 0) return {IOStatus::kFailed, EMSGSIZE, 0, {}};
   if (size == 0) return {IOStatus::kEnd, 0, 0, {}};
-  return {IOStatus::kDone, 0, static_cast<std::size_t>(size), std::move(descriptors)};
+  return {IOStatus::kDone, 0, static_cast<std::size_t>(size), std::move(descriptors), withheld};
 }
 
 Sent send(int socket, const OutgoingMessage& message, std::size_t offset, int flags) {

@@ -29,9 +29,14 @@ struct Received {
       0;  // errno; EMSGSIZE: more than maximumDescriptors came at once, and all of them are closed
   std::size_t size = 0;         // bytes
   FileDescriptors descriptors;  // close-on-exec
+  bool withheld = false;        // descriptors came, and none was to be taken
 };
 
 // Reads what is there, at most space.size() bytes. flags: MSG_DONTWAIT and the like.
+//
+// With no maximumDescriptors none is taken: those that come never get a number in this process, and
+// with MSG_PEEK they stay in the socket. Otherwise the kernel lets go of them on this thread, which
+// a socket that lingers can delay.
 Received receive(int socket, std::span<std::uint8_t> space, std::size_t maximumDescriptors = 16,
                  int flags = 0);
 

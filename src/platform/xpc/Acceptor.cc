@@ -231,38 +231,36 @@ void Acceptor::receiveRequests(bool hungUp) {
     if (isRequest) {
       begin(std::move(got.descriptors[0]));
     } else if (!got.descriptors.empty()) {
-      letGoElsewhere(kNobodysThings, make<dbus::FileDescriptors>(std::move(got.descriptors)));
+      closeElsewhere(make<dbus::FileDescriptors>(std::move(got.descriptors)));
     }
   }
 }
 
 void Acceptor::begin(FileDescriptor socket) {
   auto peer = Peer::ofSocket(socket.get());
-  auto admission = Admission::admit(peer, isHelper(peer, socket.get()), limits_);
-  if (!admission) {
-    return letGoElsewhere(peer.user, make<FileDescriptor>(std::move(socket)));
-  }
+  auto [isHelper, isTrusted] = standingOf(peer, socket.get());
+  auto admission = Admission::admit(peer, isHelper, limits_);
+  if (!admission) return closeUnread(std::move(socket));
   allowDescriptors(socket.get(), true);
-  auto handshake = make<Handshake>(std::move(socket), std::move(admission), guid_);
+  auto handshake = make<Handshake>(std::move(socket), std::move(admission), isTrusted, guid_);
   // The first bytes are mostly here already.
   if (advance(handshake)) handshakes_.push_back(std::move(handshake));
 }
 
 void Acceptor::letGo(Ref<Handshake> handshake) {
-  if (handshake->hasHungUp()) return;
-  auto user = handshake->user();
-  letGoElsewhere(user, std::move(handshake));
+  if (!handshake->hasHungUp()) closeUnread(handshake->takeSocket());
 }
 
-bool Acceptor::isHelper(const Peer& peer, int socket) const {
+Acceptor::Standing Acceptor::standingOf(const Peer& peer, int socket) const {
   IsHelper ask;
   {
     MutexLock lock(mutex_);
     ask = isHelper_;
   }
-  if (!ask) return false;
+  if (!ask) return {.isHelper = false, .isTrusted = true};
   auto process = Peer::processDescriptorOfSocket(socket);
-  return ask(peer, process.get());
+  bool isHelper = ask(peer, process.get());
+  return {.isHelper = isHelper, .isTrusted = isHelper};
 }
 
 bool Acceptor::advance(Ref<Handshake>& handshake) {
@@ -281,8 +279,8 @@ bool Acceptor::advance(Ref<Handshake>& handshake) {
 
 void Acceptor::deliver(Handshake& handshake) {
   auto connection = Connection::initWithChannel(Channel::forAccepted(
-      {handshake.takeSocket(), handshake.takeReader(), handshake.takeAdmission(),
-       handshake.descriptorsNegotiated(), serviceName_}));
+      {handshake.takeSocket(), handshake.takeAdmission(), handshake.descriptorsNegotiated(),
+       handshake.isTrusted(), serviceName_}));
   if (!askDelegate(connection) || !connection->isResumed()) connection->invalidate();
 }
 

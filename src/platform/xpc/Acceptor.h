@@ -53,7 +53,11 @@ class Acceptor : public std::enable_shared_from_this<Acceptor> {
   void deliver(Handshake& handshake);
   bool askDelegate(const Ref<Connection>& connection);
 
-  bool isHelper(const Peer& peer, int socket) const;
+  struct Standing {
+    bool isHelper;
+    bool isTrusted;
+  };
+  Standing standingOf(const Peer& peer, int socket) const;
   void wake();
 
   const std::string serviceName_;

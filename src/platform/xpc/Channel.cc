@@ -84,6 +84,18 @@ bool waitedForInput(const FileDescriptor& socket, const dbus::Received& got) {
   return true;
 }
 
+// One end of a pair whose other end is closed; the process' own for good.
+int descriptorToNowhere() {
+  static const int end = [] {
+    int ends[2];
+    systemCall("socketpair",
+               [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); });
+    ::close(ends[1]);
+    return ends[0];
+  }();
+  return end;
+}
+
 std::string makeUniqueName() {
   static std::atomic<std::uint64_t> number = 0;
   return fmt::format(":1.{}", ++number);
@@ -92,7 +104,7 @@ std::string makeUniqueName() {
 }  // namespace
 
 Ref<Channel> Channel::forClient(Connect connect, std::optional<std::string> serviceName) {
-  auto channel = make<Channel>(dbus::FrameReader({kHelperMessageSize, kDescriptorsOfOneMessage}),
+  auto channel = make<Channel>(dbus::FrameLimits{kHelperMessageSize, kDescriptorsOfOneMessage},
                                nullptr, std::move(serviceName));
   channel->connect_ = std::move(connect);
   // What calls back is the service, which runs as who knows whom.
@@ -102,22 +114,25 @@ Ref<Channel> Channel::forClient(Connect connect, std::optional<std::string> serv
 
 Ref<Channel> Channel::forAccepted(Accepted accepted) {
   auto user = accepted.admission->peer().user;
-  auto answerSize = accepted.admission->limits().messageSize;
-  auto channel =
-      make<Channel>(std::move(accepted.reader), std::move(accepted.admission), std::nullopt);
+  auto messageSize = accepted.admission->limits().messageSize;
+  dbus::FrameLimits limits{messageSize,
+                           accepted.descriptorsNegotiated ? kDescriptorsOfOneMessage : 0,
+                           accepted.isTrusted ? -1 : descriptorToNowhere()};
+  auto channel = make<Channel>(limits, std::move(accepted.admission), std::nullopt);
   channel->setSocket(make<const FileDescriptor>(std::move(accepted.socket)));
   channel->makeCallHandler(user, accepted.descriptorsNegotiated, std::move(accepted.serviceName),
-                           answerSize);
+                           messageSize);
   return channel;
 }
 
-Channel::Channel(dbus::FrameReader reader, Ref<Admission> admission,
+Channel::Channel(dbus::FrameLimits limits, Ref<Admission> admission,
                  std::optional<std::string> serviceName)
     : serviceName_(std::move(serviceName)),
       client_(admission ? std::optional(admission->peer()) : std::nullopt),
       outbox_(makeOutbox(admission)),
       admission_(std::move(admission)),
-      reader_(std::move(reader)) {}
+      descriptorsOfOneRead_(limits.standIn < 0 ? kDescriptorsOfOneMessage : 0),
+      reader_(limits) {}
 
 void Channel::makeCallHandler(uid_t user, bool takesDescriptors, std::string exportedName,
                               std::size_t maximumAnswer) {
@@ -367,10 +382,14 @@ bool Channel::receive(const FileDescriptor& socket, std::optional<Clock::Instant
   for (;;) {
     if (!isInTime(socket)) return false;
     if (begun && !waitForRest(socket, *begun)) return false;
-    auto got = dbus::receive(socket.get(), reader_.space(), kDescriptorsOfOneMessage,
+    auto got = dbus::receive(socket.get(), reader_.space(), descriptorsOfOneRead_,
                              begun ? MSG_DONTWAIT : 0);
     if (got.status == dbus::IOStatus::kDone) {
-      reader_.received(got.size, std::move(got.descriptors));
+      if (got.withheld) {
+        reader_.receivedWithheld(got.size);
+      } else {
+        reader_.received(got.size, std::move(got.descriptors));
+      }
       return true;
     }
     if (waitedForInput(socket, got)) continue;

@@ -26,24 +26,29 @@ class Connection;
 // and what waits to be sent, handled and answered. Its thread keeps it alive, so that a handle can
 // go at any moment; an accepted one keeps its own handle until it has ended. Safe to use from any
 // thread.
+//
+// A descriptor of a file system that its sender serves can hold up whoever closes it, every child
+// that is started while it is open, and the end of the process, for as long as the sender likes. So
+// what is passed by a peer that is not trusted never becomes a descriptor here: the kernel drops
+// it, and one that leads nowhere stands in its place.
 class Channel : public std::enable_shared_from_this<Channel> {
  public:
   // Makes the socket of a client's connection; waits, at most until the flag is set. Throws.
   using Connect = std::function<FileDescriptor(const std::atomic<bool>& cancelled)>;
   static Ref<Channel> forClient(Connect connect, std::optional<std::string> serviceName);
 
-  // A connection that has authenticated. reader: with what was read behind the authentication.
+  // A connection that has authenticated.
   struct Accepted {
     FileDescriptor socket;
-    dbus::FrameReader reader;
     Ref<Admission> admission;
     bool descriptorsNegotiated;
+    bool isTrusted;           // to pass descriptors
     std::string serviceName;  // of the listener, or empty
   };
   static Ref<Channel> forAccepted(Accepted accepted);
 
   // For use by the above.
-  Channel(dbus::FrameReader reader, Ref<Admission> admission,
+  Channel(dbus::FrameLimits limits, Ref<Admission> admission,
           std::optional<std::string> serviceName);
 
   // The channel whose thread this is, or null.
@@ -115,6 +120,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   // Belong to the thread.
   Ref<Admission> admission_;  // of an accepted connection until its end
+  const std::size_t descriptorsOfOneRead_;
   dbus::FrameReader reader_;
   Admission::Held held_;  // what the account was told last
   bool hadLongCall_ = false;

@@ -1,66 +1,109 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
-// To close a descriptor that somebody else has made may take as long as he likes: a TCP socket
-// lingers until its data is taken, a file of a file system that he serves waits for his answer. To
-// close a Unix socket does the same to the descriptors in messages that were not received. So a
-// thread that serves everybody closes nothing that comes from a peer; whoever makes this side wait
-// waits behind himself.
+// To close a Unix socket closes the descriptors in messages that were not received, and among these
+// may be a TCP socket that lingers until its data is taken: an hour, if its maker likes. One queue
+// for them would be a queue behind him, a thread for each would be his to multiply. But nothing
+// lingers for a thread that is about to end. So the sockets go to a thread with a descriptor table
+// of its own that holds nothing else; once this table has let go of them, that thread ends, and its
+// table with it.
+//
+// A descriptor that was received is another matter: closing one of a file system that its sender
+// serves waits for his answer, in whatever thread.
 
 #include "platform/xpc/Disposal.h"
 
-#include <deque>
-#include <map>
+#include <linux/close_range.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <latch>
+#include <memory>
 #include <utility>
+#include <vector>
 
 #include "platform/Dispatch.h"
 #include "platform/Mutex.h"
+#include "platform/Thread.h"
+#include "platform/Trouble.h"
 
 namespace hoist::xpc {
 namespace {
 
-class Disposal {
+using Sockets = std::vector<FileDescriptor>;
+
+// The hand-over from the table that all threads share to the one of the thread that ends.
+struct Handover {
+  explicit Handover(Sockets those) : sockets(std::move(those)) {}
+  Sockets sockets;
+  std::latch taken{1};
+  std::latch left{1};
+};
+
+// Gives this thread an empty table and takes the sockets, by number, from the shared one. Called
+// past the C library, where a sanitizer would note that the process' own descriptors are closed.
+// Where the kernel refuses (a sandbox), nothing is taken.
+void takeIntoOwnTable(const Sockets& sockets) {
+  if (::syscall(SYS_close_range, 0U, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;
+  auto process = ::syscall(SYS_pidfd_open, ::getpid(), 0);
+  for (const auto& socket : sockets) ::syscall(SYS_pidfd_getfd, process, socket.get(), 0);
+}
+
+void closeInEndingThread(Sockets sockets) {
+  auto handover = std::make_shared<Handover>(std::move(sockets));
+  startDetachedThread("closing", [handover] {
+    takeIntoOwnTable(handover->sockets);
+    handover->taken.count_down();
+    handover->left.wait();
+  });
+  handover->taken.wait();
+  handover->sockets.clear();
+  handover->left.count_down();
+}
+
+class Undertaker {
  public:
-  static Disposal& shared() {
-    static auto& disposal = *new Disposal;
-    return disposal;
+  static Undertaker& shared() {
+    static auto& undertaker = *new Undertaker;
+    return undertaker;
   }
 
-  void add(uid_t user, Ref<void> things) {
+  void add(FileDescriptor socket) {
     {
       MutexLock lock(mutex_);
-      auto [queue, isNew] = queues_.try_emplace(user);
-      queue->second.push_back(std::move(things));
-      if (!isNew) return;
+      waiting_.push_back(std::move(socket));
+      if (std::exchange(isBusy_, true)) return;
     }
-    dispatch::globalQueue().async([this, user] { run(user); });
+    dispatch::globalQueue().async([this] { run(); });
   }
 
  private:
-  void run(uid_t user) {
-    while (auto things = next(user)) things.reset();
+  void run() {
+    for (auto sockets = next(); !sockets.empty(); sockets = next()) {
+      platform::contain("closing sockets", [&] { closeInEndingThread(std::move(sockets)); });
+    }
   }
 
-  // Nothing, and no queue, when all is done.
-  Ref<void> next(uid_t user) {
+  // All that wait; nothing ends the work.
+  Sockets next() {
     MutexLock lock(mutex_);
-    auto queue = queues_.find(user);
-    if (queue->second.empty()) {
-      queues_.erase(queue);
-      return nullptr;
-    }
-    auto things = std::move(queue->second.front());
-    queue->second.pop_front();
-    return things;
+    isBusy_ = !waiting_.empty();
+    return std::exchange(waiting_, {});
   }
 
   Mutex mutex_;
-  std::map<uid_t, std::deque<Ref<void>>> queues_ GUARDED_BY(mutex_);  // of users with a thread
+  Sockets waiting_ GUARDED_BY(mutex_);
+  bool isBusy_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace
 
-void letGoElsewhere(uid_t user, Ref<void> things) {
-  Disposal::shared().add(user, std::move(things));
+void closeUnread(FileDescriptor socket) {
+  Undertaker::shared().add(std::move(socket));
+}
+
+void closeElsewhere(Ref<dbus::FileDescriptors> descriptors) {
+  static auto& queue = *new Ref<dispatch::Queue>(dispatch::makeSerialQueue());
+  queue->async([descriptors = std::move(descriptors)]() mutable { descriptors.reset(); });
 }
 
 }  // namespace hoist::xpc

@@ -2,17 +2,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <sys/types.h>
-
+#include "platform/FileDescriptor.h"
+#include "platform/dbus/Message.h"
 #include "values/Ref.h"
 
+// For threads that serve everybody: closing what somebody else has made may take as long as he
+// likes. Nothing here waits for it. Any thread.
 namespace hoist::xpc {
 
-// Whose things are nobody's in particular.
-inline constexpr uid_t kNobodysThings = static_cast<uid_t>(-1);
+// Closes a socket of the Unix family whose messages were perhaps not all received.
+void closeUnread(FileDescriptor socket);
 
-// Lets go of sockets and descriptors on another thread, those of one user one after the other, in
-// order. Never waits for it. Any thread.
-void letGoElsewhere(uid_t user, Ref<void> things);
+// Closes descriptors of any kind, one call's after the other's.
+void closeElsewhere(Ref<dbus::FileDescriptors> descriptors);
 
 }  // namespace hoist::xpc

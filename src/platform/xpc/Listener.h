@@ -45,9 +45,10 @@ class Listener : public Object {
 
   // Held weakly; set before resume().
   void setDelegate(WeakRef<ListenerDelegate> delegate);
-  // Tells whether a peer is a helper that this process started, whose connections do not count
-  // against its user's bound. The descriptor is a process descriptor, borrowed, or -1 where the
-  // kernel has none. Called on the listener's thread; set before resume().
+  // Tells whether a peer is a helper that this process started: its connections do not count
+  // against its user's bound, and descriptors are taken from nobody else (Channel.h). Without it
+  // they are taken from everybody. The descriptor is a process descriptor, borrowed, or -1 where
+  // the kernel has none. Called on the listener's thread; set before resume().
   void setIsHelper(std::function<bool(const Peer& peer, int processDescriptor)> isHelper);
 
   // Whoever holds it can connect. Throws SystemCallError when there is no descriptor for it.

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstring>
@@ -275,6 +276,59 @@ TEST(FrameReader, GivesThePartOfANextMessageItsOwnDescriptors) {
   auto message = reader.next();
   EXPECT_EQ(message->borrowFileDescriptor(0), numbers[0]);
   EXPECT_EQ(message->borrowFileDescriptor(1), numbers[1]);
+}
+
+// ----- Descriptors that are withheld -------------------------------------------------------------
+
+class Withholding : public testing::Test {
+ protected:
+  void read(std::span<const std::uint8_t> bytes) {
+    std::ranges::copy(bytes, reader_.space().begin());
+    reader_.receivedWithheld(bytes.size());
+  }
+
+  FileDescriptor standIn_{open("/dev/zero", O_RDONLY | O_CLOEXEC)};
+  FrameReader reader_{{.standIn = standIn_.get()}};
+};
+
+TEST_F(Withholding, PutsTheStandInWhereAMessageAnnouncesOne) {
+  read(frameWithDescriptors(3));
+  auto message = reader_.next();
+  ASSERT_EQ(message->fileDescriptorCount(), 3u);
+  struct stat expected, actual;
+  ASSERT_EQ(fstat(standIn_.get(), &expected), 0);
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    ASSERT_EQ(fstat(message->borrowFileDescriptor(i), &actual), 0);
+    EXPECT_EQ(actual.st_rdev, expected.st_rdev);
+  }
+  reader_.append(frameOf("none"));
+  EXPECT_EQ(reader_.next()->fileDescriptorCount(), 0u);
+}
+
+TEST_F(Withholding, RemembersThemUntilTheMessageIsComplete) {
+  auto frame = joined({frameOf("none"), frameWithDescriptors(1), frameWithDescriptors(2)});
+  read(std::span(frame).first(100));
+  EXPECT_EQ(feed(reader_, std::span(frame).subspan(100, 20)).size(), 1u);
+  read(std::span(frame).subspan(120));
+  EXPECT_EQ(reader_.next()->fileDescriptorCount(), 1u);
+  EXPECT_EQ(reader_.next()->fileDescriptorCount(), 2u);
+}
+
+TEST_F(Withholding, RefusesWhatNoMessageAnnounces) {
+  read(frameOf("none"));
+  EXPECT_THROW(reader_.next(), ProtocolError);
+}
+
+TEST_F(Withholding, RefusesAnAnnouncementOfWhatDidNotCome) {
+  read(frameWithDescriptors(1));
+  EXPECT_TRUE(reader_.next());
+  reader_.append(frameWithDescriptors(1));
+  EXPECT_THROW(reader_.next(), ProtocolError);
+}
+
+TEST_F(Withholding, RefusesMoreThanOneMessageMayHave) {
+  read(frameWithDescriptors(17));
+  EXPECT_THROW(reader_.next(), ProtocolError);
 }
 
 struct Refused : testing::Test {
