@@ -177,7 +177,7 @@ void Acceptor::expireHandshakes() {
     auto late = std::move(handshakes_.front());
     handshakes_.pop_front();
     late->reportLate();
-    letGo(std::move(late));
+    letGo(late);
   }
 }
 
@@ -247,7 +247,7 @@ void Acceptor::begin(FileDescriptor socket) {
   if (advance(handshake)) handshakes_.push_back(std::move(handshake));
 }
 
-void Acceptor::letGo(Ref<Handshake> handshake) {
+void Acceptor::letGo(const Ref<Handshake>& handshake) {
   if (!handshake->hasHungUp()) closeUnread(handshake->takeSocket());
 }
 
@@ -271,7 +271,7 @@ bool Acceptor::advance(Ref<Handshake>& handshake) {
       platform::contain("accepting a connection", [&] { deliver(*handshake); });
       return false;
     case Handshake::Outcome::kFailed:
-      letGo(std::move(handshake));
+      letGo(handshake);
       return false;
   }
   return false;

@@ -48,7 +48,7 @@ class Acceptor : public std::enable_shared_from_this<Acceptor> {
   void begin(FileDescriptor socket);
   // Answers whether the handshake goes on; if not, it is let go.
   bool advance(Ref<Handshake>& handshake);
-  void letGo(Ref<Handshake> handshake);
+  void letGo(const Ref<Handshake>& handshake);
   void expireHandshakes();
   void deliver(Handshake& handshake);
   bool askDelegate(const Ref<Connection>& connection);
