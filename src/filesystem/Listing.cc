@@ -20,18 +20,18 @@ const char* Listing::keepName(std::string_view name) {
   return kept;
 }
 
-void Listing::letGo() {
-  if (holds_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+void Listing::letGo(std::size_t holds) {
+  if (holds_.fetch_sub(holds, std::memory_order_acq_rel) == holds) delete this;
 }
 
 void* Listing::do_allocate(std::size_t bytes, std::size_t alignment) {
   auto memory = memory_.allocate(bytes, alignment);
-  holds_.fetch_add(1, std::memory_order_relaxed);
+  ++made_;
   return memory;
 }
 
 void Listing::do_deallocate(void*, std::size_t, std::size_t) {
-  letGo();
+  letGo(1);
 }
 
 }  // namespace hoist

@@ -21,7 +21,7 @@ class PXPath;
 class Listing final : private std::pmr::memory_resource {
  public:
   struct LetGo {
-    void operator()(Listing* listing) const { listing->letGo(); }
+    void operator()(Listing* listing) const { listing->letGo(kFilling - listing->made_); }
   };
   // Whoever fills it holds it until it is filled.
   using Hold = std::unique_ptr<Listing, LetGo>;
@@ -53,7 +53,7 @@ class Listing final : private std::pmr::memory_resource {
   Listing(Ref<PXPath> folder, std::size_t bytes) : folder_(std::move(folder)), memory_(bytes) {}
   ~Listing() override;
 
-  void letGo();
+  void letGo(std::size_t holds);
 
   void* do_allocate(std::size_t bytes, std::size_t alignment) override;
   void do_deallocate(void* memory, std::size_t bytes, std::size_t alignment) override;
@@ -61,7 +61,11 @@ class Listing final : private std::pmr::memory_resource {
 
   const Ref<PXPath> folder_;
   std::pmr::monotonic_buffer_resource memory_;
-  std::atomic<std::size_t> holds_ = 1;
+  // The filler's, which count for more than all objects ever made, and one for each object: so the
+  // objects need not be counted one by one where two threads could see it.
+  static constexpr std::size_t kFilling = std::size_t{1} << 32;
+  std::size_t made_ = 0;
+  std::atomic<std::size_t> holds_ = kFilling;
 };
 
 // A child as its folder's reading makes it.
