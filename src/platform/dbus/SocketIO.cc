@@ -39,13 +39,32 @@ FileDescriptors takeDescriptors(msghdr& header) {
   return descriptors;
 }
 
-Sent sendVector(int socket, std::span<const std::uint8_t> bytes, msghdr& header, int flags) {
-  iovec vector{const_cast<std::uint8_t*>(bytes.data()), bytes.size()};
-  header.msg_iov = &vector;
-  header.msg_iovlen = 1;
-  ssize_t size = retryInterrupted([&] { return sendmsg(socket, &header, flags | MSG_NOSIGNAL); });
+Sent sentOf(ssize_t size) {
   if (size < 0) return {statusOf(errno), errno, 0};
   return {IOStatus::kDone, 0, static_cast<std::size_t>(size)};
+}
+
+// The first bytes, with all the descriptors.
+Sent sendDescriptors(int socket, const OutgoingMessage& message, int flags) {
+  std::size_t count = message.descriptors.size();
+  if (count > kMaximumPassedDescriptors) return {IOStatus::kFailed, EINVAL, 0};
+  ControlBuffer control;
+  iovec vector{const_cast<std::uint8_t*>(message.bytes.data()), message.bytes.size()};
+  msghdr header{};
+  header.msg_iov = &vector;
+  header.msg_iovlen = 1;
+  header.msg_control = &control;
+  header.msg_controllen = CMSG_SPACE(count * sizeof(int));
+  std::memset(&control, 0, header.msg_controllen);
+  cmsghdr* rights = CMSG_FIRSTHDR(&header);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(count * sizeof(int));
+  for (std::size_t i = 0; i < count; ++i) {
+    int fd = message.descriptors[i].get();
+    std::memcpy(CMSG_DATA(rights) + i * sizeof fd, &fd, sizeof fd);
+  }
+  return sentOf(retryInterrupted([&] { return sendmsg(socket, &header, flags | MSG_NOSIGNAL); }));
 }
 
 }  // namespace
@@ -73,29 +92,13 @@ Received receive(int socket, std::span<std::uint8_t> space, std::size_t maximumD
 }
 
 Sent send(int socket, const OutgoingMessage& message, std::size_t offset, int flags) {
-  msghdr header{};
-  ControlBuffer control;
-  std::size_t count = message.descriptors.size();
-  if (offset == 0 && count > 0) {
-    if (count > kMaximumPassedDescriptors) return {IOStatus::kFailed, EINVAL, 0};
-    header.msg_control = &control;
-    header.msg_controllen = CMSG_SPACE(count * sizeof(int));
-    std::memset(&control, 0, header.msg_controllen);
-    cmsghdr* rights = CMSG_FIRSTHDR(&header);
-    rights->cmsg_level = SOL_SOCKET;
-    rights->cmsg_type = SCM_RIGHTS;
-    rights->cmsg_len = CMSG_LEN(count * sizeof(int));
-    for (std::size_t i = 0; i < count; ++i) {
-      int fd = message.descriptors[i].get();
-      std::memcpy(CMSG_DATA(rights) + i * sizeof fd, &fd, sizeof fd);
-    }
-  }
-  return sendVector(socket, std::span(message.bytes).subspan(offset), header, flags);
+  if (offset == 0 && !message.descriptors.empty()) return sendDescriptors(socket, message, flags);
+  return send(socket, std::span(message.bytes).subspan(offset), flags);
 }
 
 Sent send(int socket, std::span<const std::uint8_t> bytes, int flags) {
-  msghdr header{};
-  return sendVector(socket, bytes, header, flags);
+  return sentOf(retryInterrupted(
+      [&] { return ::send(socket, bytes.data(), bytes.size(), flags | MSG_NOSIGNAL); }));
 }
 
 }  // namespace hoist::dbus
