@@ -6,7 +6,9 @@
 // which the pieces are put together at the end. Nothing else is shared, and one thread can do it
 // all: the second one may come late or never.
 //
-// A folder whose names fit into the first buffer is done before a second thread would be awake.
+// A folder whose names fit into the first buffer is read by one thread. Measured with buffers of
+// forty names instead, which lets two threads share a folder of a hundred: a tree of such folders
+// took a fifth longer, because waking a thread costs more than it can take over.
 
 #include "filesystem/BulkReading.h"
 

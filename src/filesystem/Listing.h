@@ -45,7 +45,7 @@ class Listing final : private std::pmr::memory_resource {
   // Upper bound of what make and keepName take.
   template <class T>
   static constexpr std::size_t roomFor(std::size_t nameLength) {
-    constexpr std::size_t kCounts = 32;  // what a Ref keeps beside its object
+    constexpr std::size_t kCounts = 24;  // what a Ref keeps beside its object
     return sizeof(T) + kCounts + nameLength + sizeof(void*);
   }
 
