@@ -39,6 +39,8 @@ class ReadingAFolder : public testing::Test {
     return PXDirectory::directoryWithPath(folder_.path());
   }
 
+  // One thread is traced, in a child process that has no other: it shall do everything.
+  OneProcessor one_;
   TemporaryFolder folder_;
 };
 
@@ -55,8 +57,6 @@ std::uint64_t askEverything(PXFileInfo& child) {
 }
 
 TEST_F(ReadingAFolder, TakesOneCallForAnItemAndFewBesides) {
-  // One thread is traced: this one shall do it all.
-  OneProcessor one;
   auto calls =
       systemCallsOf([&] { return [directory = directory()] { directory->lazyDirectoryRead(); }; });
   ASSERT_TRUE(calls);
