@@ -14,4 +14,8 @@ inline constexpr unsigned long kThreadStackSize = 128 * 1024;
 // is cut to 15 bytes. Throws std::system_error when no thread can be had.
 void startDetachedThread(const char* name, std::function<void()> body);
 
+// The same for a body of which others like it come soon: a thread that has ended one waits a
+// second for the next, instead of going. The bodies must leave the thread as they find it.
+void runOnSpareThread(const char* name, std::function<void()> body);
+
 }  // namespace hoist

@@ -214,7 +214,7 @@ Ref<const FileDescriptor> Channel::socket() const {
 void Channel::resume() {
   MutexLock lock(mutex_);
   if (state_ != State::kNew) return;
-  startDetachedThread("connection", [self = shared_from_this()] { self->run(); });
+  runOnSpareThread("connection", [self = shared_from_this()] { self->run(); });
   state_ = State::kRunning;
   if (isAccepted()) kept_ = owner_.lock();
 }
