@@ -15,9 +15,10 @@
 namespace hoist::platform {
 namespace {
 
-// Large enough that the calls do not show beside a digest, small enough to stay in the second-level
-// cache between the read and the use of its bytes.
-constexpr std::size_t kChunkSize = 128 * 1024;
+// Large enough that the calls do not show beside a digest, small enough to stay in the first-level
+// cache between the read and the use of its bytes, and to leave the others to whoever needs them
+// next.
+constexpr std::size_t kChunkSize = 32 * 1024;
 
 // O_NONBLOCK: a FIFO without a writer must not hold us up before its type is known. O_NOCTTY: a
 // terminal must not become ours.
