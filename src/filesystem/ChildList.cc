@@ -6,6 +6,7 @@
 #include <numeric>
 #include <vector>
 
+#include "filesystem/ChainRelease.h"
 #include "platform/NameSorting.h"
 
 // Sorting orders the links of the chain in an array, then chains the children anew: merge sort
@@ -19,6 +20,12 @@ namespace {
 constexpr std::size_t kAhead = 8;
 
 }  // namespace
+
+ChildList::~ChildList() {
+  // Here, the first child that is a folder would let go of its first child, and so on down the
+  // tree: a call for each level.
+  if (first_) releaseInBackground(std::move(first_));
+}
 
 void ChildList::append(Ref<PXFileInfo> child) {
   auto added = child.get();

@@ -12,10 +12,15 @@
 namespace hoist {
 
 // The children of a folder, chained by their next links in the order in which they were read, until
-// they are sorted. Not locked.
+// they are sorted. Lets go of them in the background. Not locked.
 class ChildList {
  public:
   using Comparison = std::function<std::strong_ordering(const PXFileInfo&, const PXFileInfo&)>;
+
+  ChildList() = default;
+  ChildList(ChildList&&) = default;
+  ChildList& operator=(ChildList&&) = default;
+  ~ChildList();
 
   const Ref<PXFileInfo>& first() const { return first_; }
   std::uint64_t count() const { return count_; }

@@ -23,6 +23,11 @@ Ref<PXDirectory> PXDirectory::directoryWithPath(std::string_view path) {
   return info ? info->asDirectory() : nullptr;
 }
 
+PXDirectory::~PXDirectory() {
+  // The path may live on, and holding even weakly what lies in a listing keeps all of its memory.
+  if (hasFlag(kHasPathObject)) pathObject()->forgetExpiredDirectoryInfo();
+}
+
 void PXDirectory::made() {
   // A location is represented by one folder object at most; a second object gets its own.
   if (pathObject()->directoryInfo()) setPathObject(pathObject()->copy());

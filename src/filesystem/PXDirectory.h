@@ -31,6 +31,7 @@ class PXDirectory final : public PXFileInfo, public PXAbstractDirectory {
   using PXFileInfo::PXFileInfo;
   PXDirectory(Private key, VnodeType type, const ListedItem& item)
       : PXFileInfo(key, type, item), directoryRecord_(item.entry.attributes) {}
+  ~PXDirectory() override;
 
   // The folder at the path; null when there is none or something else is there.
   static Ref<PXDirectory> directoryWithPath(std::string_view path);

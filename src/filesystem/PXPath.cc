@@ -219,6 +219,11 @@ void PXPath::setDirectoryInfo(const Ref<PXFileInfo>& info) const {
   derived().directory = info;
 }
 
+void PXPath::forgetExpiredDirectoryInfo() const {
+  SpinLockHolder lock(pathLock_);
+  if (derived_ && derived_->directory.expired()) derived_->directory.reset();
+}
+
 Ref<PXVolumeInfo> PXPath::volumeInfo() const {
   if (auto info = directoryInfo()) return info->volumeInfo();
   return PXVolumeInfo::initWithPath(cPath());

@@ -77,6 +77,8 @@ class PXPath : public Object, public PXAbstractPath {
   // The object that represents this location at present; held weakly.
   Ref<PXFileInfo> directoryInfo() const;
   void setDirectoryInfo(const Ref<PXFileInfo>& info) const;
+  // Unregisters an object that has gone, or is just going away.
+  void forgetExpiredDirectoryInfo() const;
 
   // The volume of the location; that of the registered directory if there is one. Raises what
   // PXVolumeInfo::initWithPath raises.

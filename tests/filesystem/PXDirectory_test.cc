@@ -22,6 +22,7 @@
 #include "platform/FacilityLevel.h"
 #include "platform/Thread.h"
 #include "support/AsUser.h"
+#include "support/DeepTree.h"
 #include "support/Raised.h"
 #include "support/TestVolumes.h"
 
@@ -336,6 +337,18 @@ TEST_F(Directory, SortsByNameOnce) {
   EXPECT_EQ(namesOf(*directory), (Names{"A", "b", "x1", "X2", "x10"}));
 }
 
+TEST_F(Directory, IsNotSortedAgainUntilItIsResorted) {
+  for (auto name : {"a", "b"}) folder_.write(name, "");
+  auto directory = this->directory();
+  directory->sort();
+  directory->firstObject()->moveTo("c", false);
+  directory->sort();
+  EXPECT_EQ(namesOf(*directory), (Names{"c", "b"}));
+  directory->resortUsing([](auto&, auto&) { return std::strong_ordering::equal; });
+  directory->sort();
+  EXPECT_EQ(namesOf(*directory), (Names{"b", "c"}));
+}
+
 TEST_F(Directory, KeepsTheOrderOfEqualChildrenAndAllOfThemWhenAComparisonRaises) {
   for (int i = 0; i < 100; ++i) folder_.write("x" + std::to_string(i), "");
   auto directory = this->directory();
@@ -505,6 +518,29 @@ TEST(SiblingChain, OfAHundredThousandIsReleasedOnASmallStack) {
     done.set_value();
   });
   done.get_future().get();
+}
+
+TEST(FolderTree, OfManyLevelsIsReleasedOnASmallStack) {
+  // As many as a path can name.
+  constexpr int kLevels = 1900;
+  TemporaryFolder folder;
+  makeDeepTree(folder / "t", kLevels);
+  std::promise<int> depth;
+  startDetachedThread("release", [&] {
+    auto top = PXDirectory::directoryWithPath(folder / "t");
+    WeakRef<PXFileInfo> last;
+    int levels = 0;
+    for (auto next = top->firstDirectory(); next; ++levels) {
+      last = next;
+      next = next->asDirectory()->firstDirectory();
+    }
+    top = nullptr;
+    while (!last.expired()) std::this_thread::yield();
+    // Nor are the memory and the paths of all levels, which the last one held.
+    last.reset();
+    depth.set_value(levels);
+  });
+  EXPECT_EQ(depth.get_future().get(), kLevels);
 }
 
 TEST(SiblingChain, IsSortedAndWalkedWhateverItsLength) {
