@@ -144,6 +144,38 @@ TEST_F(List, SaysWhenAFolderIsNoneOrCannotBeRead) {
   EXPECT_THAT(result.output, HasSubstr("the folder cannot be read"));
 }
 
+TEST_F(List, ShowsWhatIsKnownOfItemsWhoseAttributesAreRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  folder_.write("sub/x", "");
+  fs::create_directory(folder_ / "sub/y");
+  ::chmod((folder_ / "sub").c_str(), 0744);
+  auto result = runProgram(
+      "/usr/bin/setpriv", {"--reuid=65534", "--clear-groups", HOIST_BUILD_DIR "/bin/hoistctl", "ls",
+                           "-l", folder_ / "sub"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output,
+            "-?????????  ?  ?  ?  ?  ?  x\n"
+            "d?????????  ?  ?  ?  ?  ?  y\n");
+}
+
+TEST_F(List, FailsWhereThereIsNoFolderAnyMore) {
+  fs::create_directory(folder_ / "gone");
+  auto result = runProgram("/bin/sh", {"-c", "cd \"$1\" && rmdir \"$1\" && exec \"$0\" ls",
+                                       HOIST_BUILD_DIR "/bin/hoistctl", folder_ / "gone"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("the current folder: No such file or directory"));
+}
+
+TEST_F(List, FailsWhenItsOutputCannotBeWritten) {
+  folder_.write("x", "");
+  for (const char* flag : {"--json", "-l"}) {
+    auto result = runProgram("/bin/sh", {"-c", "exec \"$0\" ls $1 \"$2\" >/dev/full",
+                                         HOIST_BUILD_DIR "/bin/hoistctl", flag, folder_.path()});
+    EXPECT_EQ(result.status, 1) << flag;
+    EXPECT_THAT(result.output, HasSubstr("the output could not be written")) << flag;
+  }
+}
+
 TEST_F(List, FollowsALinkToAFolder) {
   folder_.write("sub/x", "");
   fs::create_symlink("sub", folder_ / "link");

@@ -21,7 +21,10 @@ namespace {
 // Not cleaned: "link/.." is a question for the file system.
 std::string absolutePath(const std::string& path) {
   if (path.empty() || path.starts_with('/')) return path;
-  return joinPath(std::filesystem::current_path().string(), path);
+  std::error_code error;
+  auto here = std::filesystem::current_path(error);
+  if (error) throw CommandError(Failure::Refused, "the current folder: " + error.message());
+  return joinPath(here.string(), path);
 }
 
 Json infoAsJson(const std::string& path, Accounts& accounts) {
@@ -73,14 +76,24 @@ std::string nameText(const PXFileInfo& item) {
   return shown(item.cName()) + (target ? " -> " + shown(*target) : "");
 }
 
+std::vector<std::string> longRow(PXFileInfo& item, Accounts& accounts) {
+  try {
+    auto size = sizeOf(item);
+    return {modeText(item),
+            std::to_string(item.linkCount()),
+            accounts.user(item.ownerID()),
+            accounts.group(item.groupID()),
+            size ? std::to_string(*size) : "-",
+            localTime(item.modifiedTimeSpec()),
+            nameText(item)};
+  } catch (const Exception&) {
+    return {typeText(item), "?", "?", "?", "?", "?", nameText(item)};
+  }
+}
+
 void printLongList(const PXDirectory& directory, Accounts& accounts) {
   Table table({{}, {"", Align::Right}, {}, {}, {"", Align::Right}, {}, {}});
-  for (const auto& item : directory) {
-    auto size = sizeOf(*item);
-    table.add({modeText(*item), std::to_string(item->linkCount()), accounts.user(item->ownerID()),
-               accounts.group(item->groupID()), size ? std::to_string(*size) : "-",
-               localTime(item->modifiedTimeSpec()), nameText(*item)});
-  }
+  for (const auto& item : directory) table.add(longRow(*item, accounts));
   table.print();
 }
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <ctime>
 #include <memory>
 
 #include "filesystem/PXDirectory.h"
@@ -112,12 +113,22 @@ std::string modeText(PXFileInfo& item) {
   return typeLetter(item.type()) + owner + group + others;
 }
 
+std::string typeText(const PXFileInfo& item) {
+  return typeLetter(item.type()) + std::string(9, '?');
+}
+
 std::string exactTime(const timespec& time) {
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", fmt::gmtime(time.tv_sec), time.tv_nsec);
+  std::tm calendar;
+  if (!::gmtime_r(&time.tv_sec, &calendar)) {
+    return fmt::format("@{}.{:09}", time.tv_sec, time.tv_nsec);
+  }
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", calendar, time.tv_nsec);
 }
 
 std::string localTime(const timespec& time) {
-  return fmt::format("{:%Y-%m-%d %H:%M}", fmt::localtime(time.tv_sec));
+  std::tm calendar;
+  if (!::localtime_r(&time.tv_sec, &calendar)) return fmt::format("@{}", time.tv_sec);
+  return fmt::format("{:%Y-%m-%d %H:%M}", calendar);
 }
 
 const std::string& Accounts::user(uid_t user) {

@@ -21,12 +21,15 @@ std::string typeName(const PXFileInfo& item);
 std::optional<std::uint64_t> sizeOf(PXFileInfo& item);
 // As bytes, whole, whatever its length; nothing for what is no link.
 std::optional<std::string> linkTarget(const PXFileInfo& item);
-// As "drwxr-sr-t+".
+// As "drwxr-sr-t".
 std::string modeText(PXFileInfo& item);
+// As "d?????????": all that is known when the attributes are refused.
+std::string typeText(const PXFileInfo& item);
 
-// "2024-03-05T13:07:09.000000001Z".
+// "2024-03-05T13:07:09.000000001Z"; in a year that no calendar reaches, the seconds since 1970
+// after an "@", as date(1) takes them.
 std::string exactTime(const timespec& time);
-// "2024-03-05 13:07", local.
+// "2024-03-05 13:07", local; else likewise.
 std::string localTime(const timespec& time);
 
 // Names of accounts, each looked up once; the number for one without a name.

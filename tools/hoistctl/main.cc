@@ -40,9 +40,14 @@ int fail(const hoist::ctl::Common& common, int status, const std::string& messag
   return status;
 }
 
-}  // namespace
+// What did not reach its reader was not done: a disk can be full.
+int withOutputWritten(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  fmt::print(stderr, "hoistctl: the output could not be written\n");
+  return static_cast<int>(hoist::ctl::Failure::Refused);
+}
 
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   using namespace hoist;
   Logger::setDefaultLogger(make<SilentLogger>());
   ctl::Common common{.serviceName = std::string(product::kHoistServiceName)};
@@ -76,4 +81,11 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     return fail(common, static_cast<int>(ctl::Failure::Unreachable), error.what());
   }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return withOutputWritten(run(argc, argv));
 }
