@@ -105,7 +105,8 @@ void copyAttributesByName(const struct stat& status, int folder, const char* nam
     });
   }
   timespec times[2] = {status.st_atim, status.st_mtim};
-  systemCall("utimensat", [&] { return ::utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW); });
+  systemCallOn(targetPath, "utimensat",
+               [&] { return ::utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW); });
 }
 
 }  // namespace hoist::files
