@@ -192,7 +192,8 @@ class PXFileInfo : public Object, public PXAbstractFile {
   // Answers what is at the other's location then.
   Ref<PXFileInfo> swapWith(const PXFileInfo& other);
 
-  // ---- Siblings: the rest of the list in which the folder holds its children ----
+  // ---- Siblings: the rest of the list in which the folder holds its children. Whoever keeps a
+  // child keeps that rest; its path object is free of it ----
   const Ref<PXFileInfo>& nextObj() const { return next_; }
   Ref<PXFileInfo> nextContentFile() const;
   Ref<PXFileInfo> nextRegularFile() const;

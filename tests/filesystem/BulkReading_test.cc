@@ -204,6 +204,36 @@ TEST_F(LargeFolder, MayChangeWhileTwoThreadsReadIt) {
   }
 }
 
+TEST_F(LargeFolder, IsReadOnceByManyThreads) {
+  auto directory = this->directory();
+  auto names = namesInOrder();
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back([&] { EXPECT_EQ(namesOf(*directory), names); });
+  threads.clear();
+  EXPECT_LE(calls_.readersBatches + calls_.helpersBatches, kFiles / 64 * 2);
+}
+
+TEST_F(LargeFolder, LivesOnFromTheChildThatSomebodyHolds) {
+  haveItHelped();
+  auto directory = this->directory();
+  auto names = namesInOrder();
+  WeakRef<PXFileInfo> first = directory->firstObject();
+  auto held = directory->objectMatchingCName(names[kFiles / 2]);
+  directory = nullptr;
+  while (!first.expired()) std::this_thread::yield();
+  WeakRef<PXFileInfo> last;
+  auto place = names.begin() + kFiles / 2;
+  for (auto child = held; child; child = child->nextObj()) {
+    ASSERT_EQ(child->cName(), *place++);
+    ASSERT_EQ(child->path(), folder_ / child->cName());
+    ASSERT_EQ(child->ownerID(), ::geteuid());
+    last = child;
+  }
+  EXPECT_EQ(place, names.end());
+  held = nullptr;
+  while (!last.expired()) std::this_thread::yield();
+}
+
 TEST_F(LargeFolder, TakesLessThan400BytesAChild) {
 #ifdef HOIST_SANITIZED
   GTEST_SKIP() << "sanitizers have a malloc of their own";
