@@ -13,12 +13,14 @@
 #include "logging/Logger.h"
 #include "platform/DescriptorLimit.h"
 #include "platform/Exception.h"
+#include "platform/StandardDescriptors.h"
 #include "platform/SystemCall.h"
 #include "values/Error.h"
 
 namespace hoist {
 
 void prepareProcess() {
+  platform::openStandardDescriptors();
   // A helper that closes its input must not end the hoist.
   ::signal(SIGPIPE, SIG_IGN);
   ::umask(S_IWGRP | S_IWOTH);

@@ -12,8 +12,8 @@ namespace hoist {
 
 // The steps of the daemon's start, called once from main in this order, each on the main thread.
 
-// Makes the process fit to be a daemon: no signal of a broken pipe, all descriptors that the system
-// grants, no core file of what it holds for others.
+// Makes the process fit to be a daemon: three standard descriptors, whatever it was started with,
+// no signal of a broken pipe, all descriptors that the system grants.
 void prepareProcess();
 
 // Makes known every class that is looked up by name, and sends the platform's reports to the

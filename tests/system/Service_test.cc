@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "system/RunningHoist.h"
 
 namespace hoist {
@@ -34,6 +36,21 @@ TEST(Service, TakesThePlaceOfOneThatWasKilled) {
   { RunningHoist killed; }
   RunningHoist hoist;
   EXPECT_EQ(hoistctl(20001, {"status"}).status, 0);
+}
+
+// Its sockets must not get the numbers into which it writes its log.
+TEST(Service, StartedWithoutStandardDescriptorsHasThem) {
+  Sandbox::shared();
+  auto hoist =
+      ChildTask::launch({.launchPath = "/bin/sh",
+                         .arguments = {"-c", "exec " HOIST_BUILD_DIR "/bin/hoist 0<&- 1>&- 2>&-"}});
+  while (hoistctl(20001, {"status"}).status != 0) ASSERT_FALSE(hoist->hasExited());
+  for (const char* number : {"0", "1", "2"}) {
+    auto link = "/proc/" + std::to_string(hoist->processIdentifier()) + "/fd/" + number;
+    EXPECT_EQ(std::filesystem::read_symlink(link), "/dev/null") << number;
+  }
+  hoist->kill();
+  hoist->waitUntilExit();
 }
 
 TEST(Client, EndsWithThreeWhenThereIsNoService) {
