@@ -67,8 +67,9 @@ HOIST_PLAIN_CODE bool placeStandardDescriptors(Start& start) {
   start.failedCall = "fcntl(F_DUPFD)";
   for (int& fd : start.standard) {
     // Out of the way of the three numbers that are about to be taken.
-    if (fd >= 0 && fd < 3) fd = static_cast<int>(::syscall(SYS_fcntl, fd, F_DUPFD, 3));
-    if (fd < -1) return false;
+    if (fd < 0 || fd >= 3) continue;
+    fd = static_cast<int>(::syscall(SYS_fcntl, fd, F_DUPFD, 3));
+    if (fd < 0) return false;
   }
   start.failedCall = "dup3";
   for (int number = 0; number < 3; ++number) {

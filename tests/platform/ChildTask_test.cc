@@ -116,6 +116,34 @@ TEST(ChildTask, GivesStandardDescriptorsThatCollideWithEachOther) {
   task->waitUntilExit();
 }
 
+// Ends with 0 when the launch names the call that found no number left.
+[[noreturn, maybe_unused]] void launchWithOneDescriptorLeft() {
+  ::close(0);
+  ::close(1);
+  PipeEnds pipe = makePipe();
+  rlimit low{64, 64};
+  ::setrlimit(RLIMIT_NOFILE, &low);
+  int last = -1;
+  for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) last = fd;
+  ::close(last);
+  try {
+    ChildTask::launch({.launchPath = "/bin/true",
+                       .standardInput = pipe.reading.get(),
+                       .standardOutput = pipe.writing.get()});
+  } catch (const SystemCallError& error) {
+    ::_exit(error.call() == std::string("fcntl(F_DUPFD)") ? 0 : 2);
+  }
+  ::_exit(1);
+}
+
+TEST(ChildTask, RaisesWhenItsStandardDescriptorsCannotBePlaced) {
+#ifdef HOIST_SANITIZED
+  GTEST_SKIP() << "the sanitizer needs descriptors of its own to look at an exception";
+#else
+  EXPECT_EXIT(launchWithOneDescriptorLeft(), testing::ExitedWithCode(0), "");
+#endif
+}
+
 TEST(ChildTask, StartsWithTheDescriptorLimitThatTheParentHadAtFirst) {
   rlimit before;
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
