@@ -71,7 +71,11 @@ void TesselHoister::asyncSample(std::vector<std::int32_t> processes,
 void TesselHoister::connectWithEndpoint(xpc::Endpoint endpoint, std::string commandID,
                                         xpc::Reply<> reply) {
   auto connection = xpc::Connection::currentConnection();
-  bool isHelper = connection && HelperRegistry::shared().isHelper(connection->processIdentifier());
+  // Whether the caller runs is asked last: the number of a process that has ended may be a helper's
+  // by now, while the connection lives on with whoever holds its descriptor.
+  bool isHelper = connection &&
+                  HelperRegistry::shared().isHelper(connection->processIdentifier()) &&
+                  connection->isPeerRunning();
   KLHelperGlue::shared().connectWithEndpoint(endpoint, commandID, reply, isHelper);
 }
 

@@ -9,12 +9,14 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -337,6 +339,40 @@ TEST_F(BadInput, CouplingsOfOthersThanHelpers) {
   auto without = connectCall(endpoint.get(), "helper.capture.1");
   without.descriptors.clear();
   expect(without, "closed", "closed, ");
+}
+
+// Whether the process sleeps in pause(2).
+bool pauses(pid_t process) {
+#ifdef SYS_pause
+  constexpr long kPause = SYS_pause;
+#else
+  constexpr long kPause = SYS_ppoll;
+#endif
+  std::ifstream call("/proc/" + std::to_string(process) + "/syscall");
+  long number = -1;
+  return call >> number && number == kPause;
+}
+
+// Nor is one taken, even of the user himself, while a launch waits for its helper.
+TEST_F(BadInput, CouplingsOfOthersWhileALaunchWaits) {
+  auto helper = Sandbox::shared().makeHelper("odd", HOIST_BUILD_DIR "/bin/test_odd_helper", kUser);
+  auto client = xpc::RawPeer::asUser(kUser, kSocket);
+  client.authenticate();
+  client.send(launchCall(helper, "silent", {}));
+  // It has its lines, which are written once the launch is ready to couple.
+  while (!pauses(hoist_.onlyChild())) std::this_thread::yield();
+  int ends[2];
+  systemCall("socketpair",
+             [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); });
+  FileDescriptor mine(ends[0]), endpoint(ends[1]);
+  auto service = "helper.silent." + std::to_string(hoist_.onlyChild());
+  EXPECT_EQ(outcomeOf(connectCall(endpoint.get(), service)), "silence");
+  ::kill(hoist_.onlyChild(), SIGKILL);
+  auto answer = client.readMessage();
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(describe(*answer), "nil");
+  // What is kept of a verified helper stays.
+  before_.descriptors += 2;
 }
 
 // Nil is an array without an element, where the operation takes it; none of these do.

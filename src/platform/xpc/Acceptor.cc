@@ -259,7 +259,8 @@ Acceptor::Standing Acceptor::standingOf(const Peer& peer, int socket) const {
   }
   if (!ask) return {.isHelper = false, .isTrusted = true};
   auto process = Peer::processDescriptorOfSocket(socket);
-  bool isHelper = ask(peer, process.get());
+  // Asked last: while the process runs, its number is nobody else's.
+  bool isHelper = ask(peer, process.get()) && Peer::isRunning(socket);
   return {.isHelper = isHelper, .isTrusted = isHelper};
 }
 

@@ -190,6 +190,11 @@ FileDescriptor Channel::processDescriptor() const {
   return mine ? Peer::processDescriptorOfSocket(mine->get()) : FileDescriptor();
 }
 
+bool Channel::isPeerRunning() const {
+  auto mine = socket();
+  return mine && Peer::isRunning(mine->get());
+}
+
 bool Channel::isPeerConnected() const {
   auto mine = socket();
   if (!mine) return false;

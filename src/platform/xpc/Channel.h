@@ -75,6 +75,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   const std::optional<std::string>& serviceName() const { return serviceName_; }
   Peer peer() const;
   FileDescriptor processDescriptor() const;
+  bool isPeerRunning() const;
   bool isPeerConnected() const;
   bool isAccepted() const { return client_.has_value(); }
 

@@ -113,6 +113,9 @@ Peer Connection::peer() const {
 FileDescriptor Connection::processDescriptor() const {
   return channel_->processDescriptor();
 }
+bool Connection::isPeerRunning() const {
+  return channel_->isPeerRunning();
+}
 bool Connection::isPeerConnected() const {
   return channel_->isPeerConnected();
 }

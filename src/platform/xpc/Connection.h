@@ -87,6 +87,9 @@ class Connection : public Object {
   Peer peer() const;
   // A process descriptor of the peer; empty where the kernel has none or the process is gone.
   FileDescriptor processDescriptor() const;
+  // Whether the process that made the connection still runs, and processIdentifier() is still its
+  // own. True where the kernel cannot say.
+  bool isPeerRunning() const;
 
   // Whether the peer still has its end open: a handler that takes long can ask whether anybody
   // waits for it.

@@ -3,8 +3,11 @@
 #include "platform/xpc/Peer.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "platform/SystemCall.h"
 #include "platform/dbus/Names.h"
@@ -41,6 +44,13 @@ FileDescriptor Peer::processDescriptorOfSocket(int socket) {
   socklen_t size = sizeof descriptor;
   if (::getsockopt(socket, SOL_SOCKET, SO_PEERPIDFD, &descriptor, &size) < 0) return {};
   return FileDescriptor(descriptor);
+}
+
+bool Peer::isRunning(int socket) {
+  auto process = processDescriptorOfSocket(socket);
+  if (!process) return errno == ENOPROTOOPT;
+  pollfd end{process.get(), POLLIN, 0};
+  return retryInterrupted([&] { return ::poll(&end, 1, 0); }) == 0;
 }
 
 std::string Peer::description() const {

@@ -20,8 +20,11 @@ struct Peer {
   // Throws SystemCallError.
   static Peer ofSocket(int socket);
   // A process descriptor of the peer, which no reuse of its number can turn into another process;
-  // empty where the kernel has none (before 6.5) or the process is gone.
+  // empty where the kernel has none (before 6.5, with errno ENOPROTOOPT) or the process is gone.
   static FileDescriptor processDescriptorOfSocket(int socket);
+  // Whether the process that made the socket's connection still runs, so that its number is not
+  // another's by now. True where the kernel has no process descriptors of peers.
+  static bool isRunning(int socket);
 
   // "user 1000, process 4711 (/usr/bin/example)"; the executable as it is called now, if it can be
   // known.

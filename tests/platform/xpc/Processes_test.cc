@@ -5,9 +5,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -15,6 +17,7 @@
 
 #include "platform/DescriptorLimit.h"
 #include "platform/xpc/Limits.h"
+#include "platform/xpc/Peer.h"
 #include "platform/xpc/ServiceSocket.h"
 #include "platform/xpc/testing/Command.h"
 #include "platform/xpc/testing/RawPeer.h"
@@ -64,6 +67,34 @@ TEST_F(Processes, ARoundTripWithAnotherProcessNamesIt) {
   EXPECT_EQ(connection->processIdentifier(), service->process());
   auto descriptor = connection->processDescriptor();
   EXPECT_TRUE(descriptor);
+}
+
+// The connection of a process that has ended lives on with whoever has its descriptor, while the
+// process's number goes to another.
+TEST_F(Processes, APeerRunsUntilItsProcessEnds) {
+  auto service = ServiceSocket::makeForServiceName("com.kelvo.ending");
+  PipeEnds untilTheEnd = makePipe();
+  pid_t child = ::fork();
+  if (child == 0) {
+    untilTheEnd.writing.reset();
+    auto connected = connectToService("com.kelvo.ending", false);
+    char byte;
+    ::_exit(static_cast<int>(::read(untilTheEnd.reading.get(), &byte, 1)));
+  }
+  pollfd called{service.descriptor.get(), POLLIN, 0};
+  ASSERT_EQ(::poll(&called, 1, 30'000), 1);
+  FileDescriptor peer(::accept4(service.descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  ASSERT_EQ(Peer::ofSocket(peer.get()).process, child);
+  EXPECT_TRUE(Peer::isRunning(peer.get()));
+  bool isKnown = static_cast<bool>(Peer::processDescriptorOfSocket(peer.get()));
+  untilTheEnd.writing.reset();
+  siginfo_t info;
+  ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+  if (!isKnown) GTEST_SKIP() << "the kernel has no process descriptors of peers";
+  EXPECT_FALSE(Peer::isRunning(peer.get())) << "before its end is collected";
+  EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_FALSE(Peer::isRunning(peer.get())) << "after its end is collected";
+  service.removeFile();
 }
 
 TEST_F(Processes, AServiceThatIsKilledEndsEveryOutstandingCall) {
