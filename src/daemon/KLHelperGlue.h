@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "daemon/CouplingTurns.h"
 #include "platform/ConditionLock.h"
 #include "platform/Mutex.h"
 #include "platform/xpc/Endpoint.h"
@@ -31,6 +32,9 @@ class KLHelperGlue {
   std::optional<std::string> helperCouplingServiceName() const;
   void setHelperCouplingServiceName(std::optional<std::string> name);
 
+  // A launch takes its turn before it prepares, and keeps it until the coupling is over.
+  CouplingTurns& turns() { return turns_; }
+
   // Waits, without a limit, until no other coupling is in progress, then announces this one. It
   // ends because each of its predecessors does.
   void prepareToConnectWithHelper(const std::string& serviceName);
@@ -53,6 +57,7 @@ class KLHelperGlue {
 
   mutable Mutex nameMutex_;
   std::optional<std::string> serviceName_ GUARDED_BY(nameMutex_);
+  CouplingTurns turns_;
   // The coupling lock; what follows is touched only by whoever holds it.
   ConditionLock lock_{kIdle};
   std::optional<std::string> pendingHelper_;

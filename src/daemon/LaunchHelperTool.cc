@@ -161,6 +161,8 @@ LaunchedHelper LaunchHelperTool(const HelperLaunch& launch) {
   std::optional<std::string> couplingService = glue.helperCouplingServiceName();
   LaunchedHelper helper;
   std::optional<std::string> startedService;
+  // Kept until a failed coupling is abandoned.
+  std::optional<CouplingTurns::Turn> turn;
   try {
     checkInstallation(launch);
     checkText(launch);
@@ -171,7 +173,10 @@ LaunchedHelper LaunchHelperTool(const HelperLaunch& launch) {
     helper.serviceName =
         fmt::format("helper.{}.{}", launch.commandName, helper.task->processIdentifier());
     startedService = helper.serviceName;
-    if (couplingService) glue.prepareToConnectWithHelper(helper.serviceName);
+    if (couplingService) {
+      turn.emplace(glue.turns().take(launch.owner));
+      glue.prepareToConnectWithHelper(helper.serviceName);
+    }
     shakeHandsWith(launch, helper.serviceName, pipes.input.writing.get(),
                    pipes.output.reading.get());
     helper.isInBackground = runsInBackground();
