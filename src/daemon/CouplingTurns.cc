@@ -15,11 +15,16 @@ CouplingTurns::Turn::~Turn() {
 CouplingTurns::Turn CouplingTurns::take(uid_t user) {
   MutexLock lock(mutex_);
   auto me = waiters_.insert(waiters_.end(), Waiter{user});
-  while (taken_ || next() != &*me) changed_.wait(mutex_);
+  while (user_ || next() != &*me) changed_.wait(mutex_);
   waiters_.erase(me);
-  taken_ = true;
+  user_ = user;
   latest_[user] = ++turnsTaken_;
   return Turn(*this);
+}
+
+std::optional<uid_t> CouplingTurns::user() const {
+  MutexLock lock(mutex_);
+  return user_;
 }
 
 std::size_t CouplingTurns::waiting() const {
@@ -42,7 +47,7 @@ const CouplingTurns::Waiter* CouplingTurns::next() const {
 
 void CouplingTurns::end() {
   MutexLock lock(mutex_);
-  taken_ = false;
+  user_.reset();
   changed_.notify_all();
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <list>
 #include <map>
+#include <optional>
 
 #include "platform/Mutex.h"
 
@@ -36,6 +37,9 @@ class CouplingTurns {
   // Waits, without a limit; it ends because each of the turns before does.
   Turn take(uid_t user);
 
+  // Whose launch has its turn; nothing when nobody's has.
+  std::optional<uid_t> user() const;
+
   // How many launches wait.
   std::size_t waiting() const;
 
@@ -49,7 +53,7 @@ class CouplingTurns {
 
   mutable Mutex mutex_;
   std::condition_variable_any changed_;
-  bool taken_ GUARDED_BY(mutex_) = false;
+  std::optional<uid_t> user_ GUARDED_BY(mutex_);
   // In the order in which they came.
   std::list<Waiter> waiters_ GUARDED_BY(mutex_);
   std::uint64_t turnsTaken_ GUARDED_BY(mutex_) = 0;

@@ -79,15 +79,16 @@ void HelperRegistry::ended(pid_t helper) {
   lock.lock();
 }
 
-bool HelperRegistry::isHelper(pid_t process) const {
+std::optional<uid_t> HelperRegistry::userOfHelper(pid_t process) const {
   for (int generation = 0; generation < kMaximumGenerations && process > 1; ++generation) {
     {
       MutexLock lock(mutex_);
-      if (helpers_.contains(process)) return true;
+      auto found = helpers_.find(process);
+      if (found != helpers_.end()) return found->second.place.user();
     }
     process = platform::parentOfProcess(process);
   }
-  return false;
+  return std::nullopt;
 }
 
 bool HelperRegistry::isHelperOf(pid_t process, uid_t user) const {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 
 #include "platform/ChildTask.h"
 #include "platform/Mutex.h"
@@ -43,7 +44,9 @@ class HelperRegistry {
   void add(Ref<ChildTask> helper, Place place);
 
   // Whether the process was started by add()ed launches or descends from one that was.
-  bool isHelper(pid_t process) const;
+  bool isHelper(pid_t process) const { return userOfHelper(process).has_value(); }
+  // For whom; nothing for another process.
+  std::optional<uid_t> userOfHelper(pid_t process) const;
   // Whether the process is a helper that was started for the user.
   bool isHelperOf(pid_t process, uid_t user) const;
 

@@ -63,9 +63,9 @@ void KLHelperGlue::abandonConnectionWithHelper(const std::optional<std::string>&
 }
 
 void KLHelperGlue::connectWithEndpoint(const xpc::Endpoint& endpoint, const std::string& commandID,
-                                       const xpc::Reply<>& reply, bool callerIsHelper) {
+                                       const xpc::Reply<>& reply, bool isExpected) {
   lock_.lock();
-  if (lock_.condition() != kWaiting || !callerIsHelper) {
+  if (lock_.condition() != kWaiting || !isExpected) {
     Logger::log(classification::Debug, [&] {
       return fmt::format(
           "{} unexpected helper connection response from command {}; not in 'waiting' state",

@@ -45,10 +45,10 @@ class KLHelperGlue {
   // never started.
   void abandonConnectionWithHelper(const std::optional<std::string>& serviceName);
 
-  // The helper's call. While a launch waits, whichever helper calls is taken; else the call is
-  // logged and its reply never called, as it is when the caller is no helper.
+  // The helper's call. While a launch waits, whichever helper of its user calls is taken; else the
+  // call is logged and its reply never called, as it is when the caller is no such helper.
   void connectWithEndpoint(const xpc::Endpoint& endpoint, const std::string& commandID,
-                           const xpc::Reply<>& reply, bool callerIsHelper);
+                           const xpc::Reply<>& reply, bool isExpected);
 
   int condition() const { return lock_.condition(); }
 

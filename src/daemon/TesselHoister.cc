@@ -70,13 +70,15 @@ void TesselHoister::asyncSample(std::vector<std::int32_t> processes,
 
 void TesselHoister::connectWithEndpoint(xpc::Endpoint endpoint, std::string commandID,
                                         xpc::Reply<> reply) {
+  auto& glue = KLHelperGlue::shared();
   auto connection = xpc::Connection::currentConnection();
+  auto user = connection ? HelperRegistry::shared().userOfHelper(connection->processIdentifier())
+                         : std::nullopt;
+  // A helper that calls when its launch has given up must not get into another user's launch.
   // Whether the caller runs is asked last: the number of a process that has ended may be a helper's
   // by now, while the connection lives on with whoever holds its descriptor.
-  bool isHelper = connection &&
-                  HelperRegistry::shared().isHelper(connection->processIdentifier()) &&
-                  connection->isPeerRunning();
-  KLHelperGlue::shared().connectWithEndpoint(endpoint, commandID, reply, isHelper);
+  bool isExpected = user && user == glue.turns().user() && connection->isPeerRunning();
+  glue.connectWithEndpoint(endpoint, commandID, reply, isExpected);
 }
 
 void TesselHoister::queryComponentVersionWithReply(xpc::Reply<std::string> reply) {

@@ -45,6 +45,15 @@ TEST_F(Turns, OfAUserWithManyLaunchesHoldUpAnotherByOne) {
   EXPECT_EQ(order_, (std::vector<uid_t>{2, 3, 1, 1, 1, 1}));
 }
 
+TEST_F(Turns, AreOfOneUserOrOfNone) {
+  EXPECT_EQ(turns_.user(), std::nullopt);
+  {
+    auto mine = turns_.take(7);
+    EXPECT_EQ(turns_.user(), 7u);
+  }
+  EXPECT_EQ(turns_.user(), std::nullopt);
+}
+
 TEST_F(Turns, GoRoundWhenAllHaveHadOne) {
   for (uid_t user : {1, 2, 3}) turns_.take(user);
   std::optional<CouplingTurns::Turn> mine(turns_.take(1));

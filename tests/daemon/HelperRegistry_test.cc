@@ -58,6 +58,7 @@ TEST(HelperRegistry, KnowsADescendantOfAHelper) {
     }
   }
   EXPECT_TRUE(registry.isHelper(child));
+  EXPECT_EQ(registry.userOfHelper(child), kUser);
   ::kill(child, SIGKILL);
   shell->kill();
   runUntilEmpty(registry);
