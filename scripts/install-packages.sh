@@ -25,8 +25,8 @@ test=(
   libgtest-dev libgmock-dev
   # Independent ends of the wire.
   dbus dbus-bin python3 python3-dbus python3-gi python3-jeepney
-  # What looks at running programs from outside.
-  strace gdb procps elfutils
+  # What looks at running programs from outside, and the names of the C library's own functions.
+  strace gdb procps elfutils libc6-dbg
   # File systems and what is special about their files.
   acl attr bindfs xfsprogs btrfs-progs e2fsprogs dosfstools exfatprogs exfat-fuse ntfs-3g
   util-linux mount

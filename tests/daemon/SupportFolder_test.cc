@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -94,10 +95,15 @@ class InstalledHelperTool : public SupportFolder {
   }
   void install() {
     fs::create_directories(contents_ + "/Linux");
-    fs::copy_file(HOIST_SOURCE_DIR "/examples/helper/Info.plist", contents_ + "/Info.plist",
-                  fs::copy_options::overwrite_existing);
+    std::ofstream(contents_ + "/Info.plist") << infoPlist_;
     std::ofstream(contents_ + "/Linux/KelvoHelper") << "a program";
   }
+
+  // Read before the home folder, where the sources may be, is hidden.
+  const std::string infoPlist_ = [] {
+    std::ifstream file(HOIST_SOURCE_DIR "/examples/helper/Info.plist");
+    return std::string{std::istreambuf_iterator<char>(file), {}};
+  }();
   std::string contents_;
 };
 
