@@ -34,7 +34,7 @@ int main() {
   if (!tool) return 1;
   auto interface = xpc::Interface::interfaceWithProtocol(greetingProtocol());
   tool->serve(make<Greeter>(), interface, [] { std::_Exit(0); });  // when the last client leaves
-  if (!tool->couple()) return 1;  // hands the hoist the endpoint
+  if (!tool->couple()) return 1;                                   // hands the hoist the endpoint
   tool->accept();
   for (;;) ::pause();
 }
