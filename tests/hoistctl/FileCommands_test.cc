@@ -96,6 +96,18 @@ TEST_F(Info, GoesOnAfterAPathThatLeadsNowhere) {
   EXPECT_TRUE(facts[2].contains("error"));
 }
 
+TEST_F(Info, SaysOnTheStandardErrorWhatTheSystemRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  auto path = folder_.write("closed/x", "");
+  ::chmod((folder_ / "closed").c_str(), 0700);
+  std::string command = "setpriv --reuid=20001 --regid=20001 --clear-groups " HOIST_BUILD_DIR
+                        "/bin/hoistctl info " +
+                        path;
+  EXPECT_THAT(runProgram("/bin/sh", {"-c", command}).output,
+              MatchesRegex("hoistctl: " + path + ": IO: .*: Permission denied\n"));
+  EXPECT_EQ(runProgram("/bin/sh", {"-c", command + " 2>/dev/null"}).output, "");
+}
+
 TEST_F(Info, TakesPathsFromWhereItStandsAndShowsThemToPeople) {
   folder_.write("odd\n\xff", "");
   auto result =

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "exceptions/KLException.h"
 #include "filesystem/PXDirectory.h"
 #include "hoistctl/Commands.h"
 #include "hoistctl/HoistClient.h"
@@ -27,13 +28,20 @@ std::string absolutePath(const std::string& path) {
   return joinPath(here.string(), path);
 }
 
+// What was tried, and what the system said to it.
+std::string reasonOf(const Exception& exception) {
+  auto cause = exception.userInfo().find(detail_key::ErrDescription);
+  if (cause == exception.userInfo().end()) return exception.what();
+  return fmt::format("{}: {}", exception.what(), cause->second.description());
+}
+
 Json infoAsJson(const std::string& path, Accounts& accounts) {
   try {
     auto item = PXFileInfo::infoForCPath(absolutePath(path));
     if (item && item->exists()) return factsAsJson(*item, accounts);
     return {{"path", path}, {"error", "there is nothing"}};
   } catch (const Exception& exception) {
-    return {{"path", path}, {"error", exception.what()}};
+    return {{"path", path}, {"error", reasonOf(exception)}};
   }
 }
 
@@ -44,6 +52,10 @@ std::string valueText(const Json& value) {
 }
 
 void printInfo(const Json& facts) {
+  if (facts.contains("error")) {
+    fmt::print(stderr, "hoistctl: {}: {}\n", valueText(facts["path"]), valueText(facts["error"]));
+    return;
+  }
   fmt::print("{}\n", valueText(facts["path"]));
   Table table({{}, {}, {}});
   for (auto& [key, value] : facts.items()) {
@@ -103,7 +115,8 @@ Json listAsJson(const PXDirectory& directory, Accounts& accounts) {
     try {
       list.push_back(attributesAsJson(*item, accounts));
     } catch (const Exception& exception) {
-      list.push_back({{"name", item->name()}, {"url", item->url()}, {"error", exception.what()}});
+      list.push_back(
+          {{"name", item->name()}, {"url", item->url()}, {"error", reasonOf(exception)}});
     }
   }
   return list;
