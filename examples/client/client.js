@@ -23,10 +23,12 @@ async function connectThrough(endpoint) {
   await once(listener, 'listening');
   const connection = connect(`${folder}/socket`);
   const [theirs] = await once(listener, 'connection');
-  listener.close();
   rmSync(folder, { recursive: true });
   const door = new usocket.USocket({ fd: endpoint });
   await new Promise((sent) => door.write({ data: Buffer.from('C'), fds: [theirs.fd] }, sent));
+  // What usocket closes must not be collected before Node has closed it, too.
+  connection.closed = [listener, door, theirs].map(({ _wrap }) => _wrap);
+  listener.close();
   for (const socket of [door, theirs]) socket.destroy();
   return connection;
 }
