@@ -9,10 +9,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <filesystem>
 #include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <set>
@@ -24,6 +22,7 @@
 #include "filesystem/PXPath.h"
 #include "filesystem/PXRegularFile.h"
 #include "platform/UserIdentity.h"
+#include "support/Moment.h"
 #include "support/OneProcessor.h"
 #include "support/Raised.h"
 #include "support/TemporaryFolder.h"
@@ -37,8 +36,6 @@ using Names = std::vector<std::string>;
 constexpr int kFiles = 4000;
 // A buffer of 16 KiB holds 409 names like these; a batch has 64 of them.
 constexpr int kBatchesOfABuffer = 7;
-// Only a real failure comes near it.
-constexpr std::chrono::seconds kLongEnough{60};
 
 // Lets something happen before each batch, and knows whose it is.
 class WatchedCalls : public AttributeCalls {
@@ -60,20 +57,6 @@ class WatchedCalls : public AttributeCalls {
 
  private:
   const std::thread::id reader_ = std::this_thread::get_id();
-};
-
-// A point of time that one thread waits for and another one makes come.
-class Moment {
- public:
-  void comes() {
-    if (!isHere_.exchange(true)) promise_.set_value();
-  }
-  void await() { EXPECT_EQ(future_.wait_for(kLongEnough), std::future_status::ready); }
-
- private:
-  std::atomic<bool> isHere_ = false;
-  std::promise<void> promise_;
-  std::shared_future<void> future_ = promise_.get_future();
 };
 
 Names namesOf(const PXDirectory& directory) {
