@@ -170,6 +170,44 @@ TEST_F(List, ShowsWhatIsKnownOfItemsWhoseAttributesAreRefused) {
             "d?????????  ?  ?  ?  ?  ?  y\n");
 }
 
+TEST_F(List, GoesDownTheTreeWhenAsked) {
+  folder_.write("10/file", "12");
+  folder_.write("9/below/file", "1");
+  auto top = folder_.path();
+  EXPECT_EQ(hoistctl({"ls", "-R", top}).output, top + ":\n9\n10\n\n" + top + "/9:\nbelow\n\n" +
+                                                    top + "/9/below:\nfile\n\n" + top +
+                                                    "/10:\nfile\n");
+  EXPECT_THAT(hoistctl({"ls", "-R", "-l", top}).output,
+              MatchesRegex("(.|\n)*/9/below:\n-rw.* 1 .* file\n\n.*/10:\n-rw.* 2 .* file\n"));
+  auto folders = hoistctlAsJSON({"ls", "-R", top});
+  ASSERT_EQ(folders.size(), 4u);
+  EXPECT_EQ(folders[3]["path"], top + "/10");
+  EXPECT_EQ(folders[3]["url"], "file://" + top + "/10");
+  EXPECT_EQ(folders[3]["items"][0]["size"], 2);
+}
+
+TEST_F(List, GoesOnBehindFoldersThatCannotBeRead) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to be an ordinary user";
+  folder_.write("1/x", "");
+  folder_.write("2/y", "");
+  ::chmod((folder_ / "1").c_str(), 0700);
+  std::vector<std::string> command = {
+      "--reuid=65534", "--clear-groups", HOIST_BUILD_DIR "/bin/hoistctl", "ls", "-R",
+      folder_.path()};
+  auto result = runProgram("/usr/bin/setpriv", command);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output,
+              HasSubstr("hoistctl: " + (folder_ / "1: the folder cannot be read\n")));
+  EXPECT_THAT(result.output, HasSubstr(folder_ / "2:\ny\n"));
+  command.push_back("--json");
+  result = runProgram("/usr/bin/setpriv", command);
+  EXPECT_EQ(result.status, 1);
+  auto folders = json::parse(result.output, nullptr, false);
+  ASSERT_EQ(folders.size(), 3u);
+  EXPECT_EQ(folders[1]["error"], "the folder cannot be read");
+  EXPECT_EQ(folders[2]["items"][0]["name"], "y");
+}
+
 TEST_F(List, FailsWhereThereIsNoFolderAnyMore) {
   fs::create_directory(folder_ / "gone");
   auto result = runProgram("/bin/sh", {"-c", "cd \"$1\" && rmdir \"$1\" && exec \"$0\" ls",

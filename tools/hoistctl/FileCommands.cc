@@ -7,6 +7,7 @@
 
 #include "exceptions/KLException.h"
 #include "filesystem/PXDirectory.h"
+#include "filesystem/PXDirectoryWalk.h"
 #include "hoistctl/Commands.h"
 #include "hoistctl/HoistClient.h"
 #include "hoistctl/ItemFacts.h"
@@ -71,15 +72,13 @@ void printInfo(const Json& facts) {
   table.print();
 }
 
+constexpr const char* kUnreadable = "the folder cannot be read";
+
 Ref<PXDirectory> directoryAt(const std::string& path) {
   auto item = PXFileInfo::infoForCPath(absolutePath(path));
   // Links lead to what is listed.
   auto directory = item ? item->hardened()->asDirectory() : nullptr;
   if (!directory) throw CommandError(Failure::Refused, shown(path) + ": no such folder");
-  directory->lazyDirectoryRead();
-  if (!directory->contentsAreRead())
-    throw CommandError(Failure::Refused, shown(path) + ": the folder cannot be read");
-  directory->sort();
   return directory;
 }
 
@@ -109,6 +108,11 @@ void printLongList(const PXDirectory& directory, Accounts& accounts) {
   table.print();
 }
 
+void printList(const PXDirectory& directory, bool isLong, Accounts& accounts) {
+  if (isLong) return printLongList(directory, accounts);
+  for (const auto& item : directory) fmt::print("{}\n", shown(item->cName()));
+}
+
 Json listAsJson(const PXDirectory& directory, Accounts& accounts) {
   auto list = Json::array();
   for (const auto& item : directory) {
@@ -120,6 +124,78 @@ Json listAsJson(const PXDirectory& directory, Accounts& accounts) {
     }
   }
   return list;
+}
+
+struct ListOptions {
+  std::string folder = ".";
+  bool isLong = false;
+  bool isRecursive = false;
+};
+
+void listFolder(const ListOptions& options, bool json) {
+  Accounts accounts;
+  auto directory = directoryAt(options.folder);
+  directory->lazyDirectoryRead();
+  if (!directory->contentsAreRead()) {
+    throw CommandError(Failure::Refused, fmt::format("{}: {}", shown(options.folder), kUnreadable));
+  }
+  directory->sort();
+  if (json) return printJson(listAsJson(*directory, accounts));
+  printList(*directory, options.isLong, accounts);
+}
+
+// What comes out of a walk, folder by folder.
+class TreeList {
+ public:
+  TreeList(const ListOptions& options, bool json) : options_(options), json_(json) {}
+
+  void add(const PXDirectory& directory) {
+    if (!directory.contentsAreRead()) return addFailure(directory.path(), kUnreadable);
+    if (json_) {
+      folders_.push_back({{"path", directory.path()},
+                          {"url", directory.url()},
+                          {"items", listAsJson(directory, accounts_)}});
+      return;
+    }
+    fmt::print("{}{}:\n", isFirst_ ? "" : "\n", shown(directory.cPath()));
+    isFirst_ = false;
+    printList(directory, options_.isLong, accounts_);
+  }
+  void addFailure(const std::string& path, const std::string& reason) {
+    failed_ = true;
+    if (json_) return folders_.push_back({{"path", path}, {"error", reason}});
+    fmt::print(stderr, "hoistctl: {}: {}\n", shown(path), reason);
+  }
+  void end() const {
+    if (json_) printJson(folders_);
+    if (failed_) throw Reported(Failure::Refused);
+  }
+
+ private:
+  const ListOptions& options_;
+  const bool json_;
+  Accounts accounts_;
+  Json folders_ = Json::array();
+  bool isFirst_ = true;
+  bool failed_ = false;
+};
+
+void listTree(const ListOptions& options, bool json) {
+  TreeList list(options, json);
+  PXDirectoryWalk walk(directoryAt(options.folder)->pathObject(), PXDirectoryWalk::Order::ByName);
+  for (;;) {
+    try {
+      auto directory = walk.next();
+      if (!directory) break;
+      list.add(*directory);
+    } catch (const KLException& exception) {
+      auto path = exception.userInfo().find(detail_key::Path);
+      list.addFailure(
+          path == exception.userInfo().end() ? options.folder : path->second.description(),
+          reasonOf(exception));
+    }
+  }
+  list.end();
 }
 
 }  // namespace
@@ -146,24 +222,14 @@ void addInfoCommand(CLI::App& app, const Common& common) {
 }
 
 void addListCommand(CLI::App& app, const Common& common) {
-  struct Options {
-    std::string folder = ".";
-    bool isLong = false;
-  };
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<ListOptions>();
   auto command = app.add_subcommand("ls", "List a folder in the file browser's order");
   command->add_option("folder", options->folder, "The folder")->capture_default_str();
   command->add_flag("-l", options->isLong, "Show mode, links, owner, group, size and time");
+  command->add_flag("-R", options->isRecursive,
+                    "List the folders below as well, on the same volume");
   command->callback([&common, options] {
-    Accounts accounts;
-    auto directory = directoryAt(options->folder);
-    if (common.json) {
-      printJson(listAsJson(*directory, accounts));
-    } else if (options->isLong) {
-      printLongList(*directory, accounts);
-    } else {
-      for (const auto& item : *directory) fmt::print("{}\n", shown(item->cName()));
-    }
+    options->isRecursive ? listTree(*options, common.json) : listFolder(*options, common.json);
   });
 }
 
