@@ -22,8 +22,8 @@ import pathlib
 import re
 import sys
 
-TOPS = ("src", "tools", "tests", "examples", "bench", "fuzz", "packaging", "scripts", "cmake", "docs")
-INSIDE = ("", "src", "src/platform", "tools", "tests", "bench", "examples")  # where a path may begin
+TOPS = ("src", "tools", "tests", "examples", "benchmarks", "fuzz", "packaging", "scripts", "cmake", "docs")
+INSIDE = ("", "src", "src/platform", "tools", "tests", "benchmarks", "examples")  # where a path may begin
 CODE = {".cc", ".h", ".in", ".py", ".sh", ".txt", ".cmake", ".json", ""}
 LINK = re.compile(r"\[[^\]]*\]\(([^)\s]+)\)")
 SPAN = re.compile(r"`([^`]+)`")

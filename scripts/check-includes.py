@@ -25,7 +25,7 @@ from build_flags import build_flags
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 TABLE_ROW = re.compile(r"^\|\s*(\d+(?:\.\d+)?)\s*\|([^|]*)\|", re.MULTILINE)
-FOLDER = re.compile(r"`((?:src|tools|tests|examples|bench|fuzz)(?:/[\w*-]+)*)/?`")
+FOLDER = re.compile(r"`((?:src|tools|tests|examples|benchmarks|fuzz)(?:/[\w*-]+)*)/?`")
 
 
 class Floors:
@@ -54,7 +54,7 @@ class Floors:
 
 
 def sources(root):
-    for top in ("src", "tools", "tests", "examples", "bench", "fuzz"):
+    for top in ("src", "tools", "tests", "examples", "benchmarks", "fuzz"):
         for path in sorted((root / top).rglob("*")):
             if path.suffix in (".h", ".cc"):
                 yield path.relative_to(root)
@@ -62,7 +62,7 @@ def sources(root):
 
 def resolve(root, including, name):
     """The file of this tree that an include names, or None for one of somebody else's."""
-    for folder in ("src", "tools", "tests", "bench", "", str(including.parent)):
+    for folder in ("src", "tools", "tests", "benchmarks", "", str(including.parent)):
         candidate = pathlib.Path(os.path.normpath(pathlib.Path(folder) / name))
         for suffix in ("", ".in"):
             if (root / (str(candidate) + suffix)).is_file():
@@ -131,7 +131,7 @@ def first_include_findings(root, edges):
 
 def stand_alone_findings(root, edges, build):
     alone = [p for p in edges if p.suffix == ".h" and p.with_suffix(".cc") not in edges]
-    alone = [p for p in alone if p.parts[0] != "bench"]  # built with packages that ./test lacks
+    alone = [p for p in alone if p.parts[0] != "benchmarks"]  # built with packages that ./test lacks
     flags = build_flags(build)
 
     def compile_alone(path):

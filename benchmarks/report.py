@@ -3,14 +3,14 @@
 # SPDX-License-Identifier: Apache-2.0
 """Runs benchmark programs and writes their results as tables.
 
-  bench/report.py --programs FOLDER --output FILE [--rounds N] [NAME...]
+  benchmarks/report.py --programs FOLDER --output FILE [--rounds N] [NAME...]
 
-Every bench/NAME is one program, FOLDER/bench_NAME, made with Google Benchmark. Its runs are
+Every benchmarks/NAME is one program, FOLDER/bench_NAME, made with Google Benchmark. Its runs are
 interleaved: each contender runs once a round, in random order, and what counts is the median of the
 rounds, because only ratios within one run mean anything on a machine that does other things too.
 
 A benchmark that times its single operations gives the counters "p50" and "p99" in nanoseconds; for
-one that does not, the mean time of an operation in each round is taken. bench/NAME/table.toml
+one that does not, the mean time of an operation in each round is taken. benchmarks/NAME/table.toml
 describes the table: title, text, baseline (the row that is 1.00; the fastest if none is named), the
 rows' names, further counters as columns, the ways to run the program, the aims, and a note, which says
 where the time goes.
@@ -170,7 +170,7 @@ def main():
     names = options.names or [name for name in built if (BENCH / name).is_dir()]
     failed = []
     lines = ["# What it costs", "",
-             "Written by `bench/run`. Every contender once a round, the rounds interleaved, medians of the rounds; only",
+             "Written by `./bench`. Every contender once a round, the rounds interleaved, medians of the rounds; only",
              "ratios within one table mean anything.", "",
              f"{datetime.date.today().isoformat()}. {machine()}.", ""]
     for name in names:
