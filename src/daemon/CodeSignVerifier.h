@@ -49,7 +49,7 @@ class CodeSignVerifier : public Object {
   bool verifySignature(const platform::SHA256Digest& executable) const;
   // The SHA-1 of the file as it is now; nothing if it cannot be read.
   std::optional<Data> generateDigest() const;
-  // Whether the file is still the one whose digest is kept.
+  // Whether the file still holds the bytes whose digest is kept.
   bool verifyDigest();
 
  private:

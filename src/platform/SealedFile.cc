@@ -10,6 +10,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <memory>
+
 #include "platform/FileReading.h"
 #include "platform/SystemCall.h"
 
@@ -33,6 +36,19 @@ void writeAll(int fd, std::span<const std::uint8_t> bytes) {
     const auto count = systemCall("write", [&] { return write(fd, bytes.data(), bytes.size()); });
     bytes = bytes.subspan(static_cast<std::size_t>(count));
   }
+}
+
+// Answers how many bytes there were; fewer than asked for only at the end.
+std::size_t readAt(int fd, std::span<std::uint8_t> bytes, std::uint64_t offset) {
+  std::size_t got = 0;
+  while (got < bytes.size()) {
+    const auto count = systemCall("pread", [&] {
+      return pread(fd, bytes.data() + got, bytes.size() - got, static_cast<off_t>(offset + got));
+    });
+    if (count == 0) break;
+    got += static_cast<std::size_t>(count);
+  }
+  return got;
 }
 
 void requireRegularFile(int fd) {
@@ -65,6 +81,20 @@ SealedFile SealedFile::copyOf(int fd, std::uint64_t maximumBytes, const char* na
   copy.sha1_ = sha1.finish();
   copy.sha256_ = sha256.finish();
   return copy;
+}
+
+// By plain reads: under a mapping, whoever owns the file could cut it short and end the process.
+bool SealedFile::isCopyOf(int fd) const {
+  constexpr std::size_t kPiece = 32 * 1024;  // both pieces stay in the processor's cache
+  const auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(2 * kPiece);
+  const std::span<std::uint8_t> theirs(buffer.get(), kPiece);
+  const std::span<std::uint8_t> ours(buffer.get() + kPiece, kPiece);
+  for (std::uint64_t offset = 0;; offset += kPiece) {
+    const auto count = readAt(fd, theirs, offset);
+    if (readAt(descriptor(), ours, offset) != count) return false;
+    if (std::memcmp(theirs.data(), ours.data(), count) != 0) return false;
+    if (count < kPiece) return true;
+  }
 }
 
 }  // namespace hoist::platform

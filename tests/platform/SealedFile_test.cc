@@ -52,6 +52,36 @@ TEST(SealedFile, StaysWhatItWasWhenTheFileChanges) {
   EXPECT_EQ(contentOf(copy), "before");
 }
 
+TEST(SealedFile, IsACopyOfAFileWithTheSameBytesAndOfNoOther) {
+  const TemporaryFolder folder;
+  for (const std::size_t size : {0u, 1u, 32'767u, 32'768u, 32'769u, 65'536u, 1'000'000u}) {
+    const auto content = pattern(size);
+    const auto copy =
+        SealedFile::copyOf(openRegularFile(folder.write("file", content)).get(), kMaximum, "test");
+    const auto isCopyOf = [&](const std::string& other) {
+      return copy.isCopyOf(openRegularFile(folder.write("other", other)).get());
+    };
+    EXPECT_TRUE(isCopyOf(content)) << size;
+    EXPECT_FALSE(isCopyOf(content + "x")) << size;
+    EXPECT_FALSE(isCopyOf(content + pattern(32'768))) << size;
+    for (const std::size_t place : {std::size_t{0}, size / 2, size - 1}) {
+      if (place >= size) continue;
+      auto changed = content;
+      changed[place] ^= 1;
+      EXPECT_FALSE(isCopyOf(changed)) << size << " " << place;
+      EXPECT_FALSE(isCopyOf(content.substr(0, place))) << size << " " << place;
+    }
+  }
+}
+
+TEST(SealedFile, IsNoCopyOfWhatCannotBeRead) {
+  const TemporaryFolder folder;
+  const auto path = folder.write("file", "content");
+  const auto copy = SealedFile::copyOf(openRegularFile(path).get(), kMaximum, "test");
+  const FileDescriptor writing(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  EXPECT_THROW(copy.isCopyOf(writing.get()), SystemCallError);
+}
+
 TEST(SealedFile, CannotBeChangedEvenByItsMaker) {
   const TemporaryFolder folder;
   const auto file = openRegularFile(folder.write("file", "content"));
