@@ -188,6 +188,37 @@ TEST_F(List, FailsWhenItsOutputCannotBeWritten) {
   }
 }
 
+TEST_F(List, FailsOnceWhenMuchOutputCannotBeWritten) {
+  for (int i = 0; i < 2000; ++i) folder_.write(std::string(20, 'x') + std::to_string(i), "");
+  for (const char* flag : {"--json", "-l"}) {
+    auto result = runProgram("/bin/sh", {"-c", "exec \"$0\" ls $1 \"$2\" >/dev/full",
+                                         HOIST_BUILD_DIR "/bin/hoistctl", flag, folder_.path()});
+    EXPECT_EQ(result.status, 1) << flag;
+    EXPECT_EQ(result.output, "hoistctl: the output could not be written\n") << flag;
+  }
+}
+
+TEST_F(FileCommands, EndAsEverWhenNobodyReadsTheirErrors) {
+  folder_.write("x", "");
+  struct Case {
+    const char* command;
+    int status;
+  };
+  for (auto [command, status] : {Case{"ls missing", 1}, Case{"info missing", 1},
+                                 Case{"nonsense", 2}, Case{"info x", 0}, Case{"status", 3}}) {
+    for (const char* errors : {"2>/dev/full", "2>&-"}) {
+      auto script = std::string("exec \"$0\" --service com.example.none ") + command +
+                    " >/dev/null " + errors;
+      auto result = runProgram("/usr/bin/env", {"--chdir=" + folder_.path(), "/bin/sh", "-c",
+                                                script, HOIST_BUILD_DIR "/bin/hoistctl"});
+      EXPECT_EQ(result.status, status) << script;
+    }
+  }
+  auto nowhere = runProgram("/bin/sh", {"-c", "exec \"$0\" ls \"$1\" >/dev/full 2>/dev/full",
+                                        HOIST_BUILD_DIR "/bin/hoistctl", folder_.path()});
+  EXPECT_EQ(nowhere.status, 1);
+}
+
 TEST_F(List, FollowsALinkToAFolder) {
   folder_.write("sub/x", "");
   fs::create_symlink("sub", folder_ / "link");

@@ -53,7 +53,8 @@ std::string valueText(const Json& value) {
 
 void printInfo(const Json& facts) {
   if (facts.contains("error")) {
-    fmt::print(stderr, "hoistctl: {}: {}\n", valueText(facts["path"]), valueText(facts["error"]));
+    printToError(
+        fmt::format("hoistctl: {}: {}\n", valueText(facts["path"]), valueText(facts["error"])));
     return;
   }
   fmt::print("{}\n", valueText(facts["path"]));

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 
 #include "platform/CharacterSets.h"
 #include "platform/Utf8.h"
@@ -24,6 +25,11 @@ std::size_t widthOf(std::string_view text) {
 
 void printJson(const Json& json) {
   fmt::print("{}\n", json.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+void printToError(std::string_view text) noexcept {
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  std::fflush(stderr);
 }
 
 std::string shown(std::string_view bytes) {
