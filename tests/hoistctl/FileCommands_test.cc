@@ -156,6 +156,12 @@ TEST_F(List, SaysWhenAFolderIsNoneOrCannotBeRead) {
   EXPECT_THAT(result.output, HasSubstr("the folder cannot be read"));
 }
 
+TEST_F(List, SaysWhichPathTheSystemRefusedAndWhy) {
+  auto path = folder_ / std::string(300, 'x');
+  EXPECT_THAT(hoistctl({"ls", path}).output,
+              MatchesRegex("hoistctl: " + path + ": IO: .*: File name too long\n"));
+}
+
 TEST_F(List, ShowsWhatIsKnownOfItemsWhoseAttributesAreRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   folder_.write("sub/x", "");

@@ -73,13 +73,20 @@ void printInfo(const Json& facts) {
 }
 
 Ref<PXDirectory> directoryAt(const std::string& path) {
-  auto item = PXFileInfo::infoForCPath(absolutePath(path));
-  // Links lead to what is listed.
-  auto directory = item ? item->hardened()->asDirectory() : nullptr;
-  if (!directory) throw CommandError(Failure::Refused, shown(path) + ": no such folder");
-  directory->lazyDirectoryRead();
-  if (!directory->contentsAreRead())
-    throw CommandError(Failure::Refused, shown(path) + ": the folder cannot be read");
+  auto refuse = [&](const std::string& reason) {
+    throw CommandError(Failure::Refused, shown(path) + ": " + reason);
+  };
+  Ref<PXDirectory> directory;
+  try {
+    auto item = PXFileInfo::infoForCPath(absolutePath(path));
+    // Links lead to what is listed.
+    directory = item ? item->hardened()->asDirectory() : nullptr;
+    if (!directory) refuse("no such folder");
+    directory->lazyDirectoryRead();
+  } catch (const Exception& exception) {
+    refuse(reasonOf(exception));
+  }
+  if (!directory->contentsAreRead()) refuse("the folder cannot be read");
   directory->sort();
   return directory;
 }
