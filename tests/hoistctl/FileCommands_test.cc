@@ -108,6 +108,38 @@ TEST_F(Info, SaysOnTheStandardErrorWhatTheSystemRefused) {
   EXPECT_EQ(runProgram("/bin/sh", {"-c", command + " 2>/dev/null"}).output, "");
 }
 
+TEST_F(Info, TellsAFolderThatCannotBeReadFromAnEmptyOne) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  for (auto name : {"empty", "closed"}) fs::create_directory(folder_ / name);
+  ::chmod((folder_ / "closed").c_str(), 0711);
+  std::vector<std::string> arguments{
+      "--reuid=65534", "--clear-groups",  HOIST_BUILD_DIR "/bin/hoistctl",
+      "info",          folder_ / "empty", folder_ / "closed"};
+  auto text = runProgram("/usr/bin/setpriv", arguments);
+  EXPECT_EQ(text.status, 0);
+  EXPECT_THAT(text.output, testing::ContainsRegex("count +0\n"));
+  EXPECT_THAT(text.output, testing::ContainsRegex("count +unread\n"));
+  arguments.insert(arguments.begin() + 3, "--json");
+  auto facts = json::parse(runProgram("/usr/bin/setpriv", arguments).output);
+  EXPECT_EQ(facts[0]["count"], 0);
+  EXPECT_EQ(facts[1]["count"], nullptr);
+}
+
+TEST_F(Info, NamesAFolderThatIsGivenByDots) {
+  fs::create_directories(folder_ / "outer/inner");
+  fs::create_symlink("outer/inner", folder_ / "link");
+  // The folder above the one that a link leads to is not the one that the link is in.
+  auto result =
+      runProgram("/usr/bin/env", {"--chdir=" + (folder_ / "outer"), HOIST_BUILD_DIR "/bin/hoistctl",
+                                  "--json", "info", ".", "inner/..", folder_ / "link/.."});
+  EXPECT_EQ(result.status, 0);
+  for (auto& facts : json::parse(result.output)) {
+    EXPECT_EQ(facts["path"], folder_ / "outer");
+    EXPECT_EQ(facts["name"], "outer");
+    EXPECT_EQ(facts["hidden"], false);
+  }
+}
+
 TEST_F(Info, TakesPathsFromWhereItStandsAndShowsThemToPeople) {
   folder_.write("odd\n\xff", "");
   auto result =

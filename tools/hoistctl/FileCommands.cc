@@ -19,8 +19,13 @@
 namespace hoist::ctl {
 namespace {
 
-// Not cleaned: "link/.." is a question for the file system.
+// Not cleaned: "link/.." is a question for the file system, which also knows the name of what ends
+// in a dot.
 std::string absolutePath(const std::string& path) {
+  auto name = baseName(path);
+  if (name == "." || name == "..") {
+    if (auto real = realPath(path.c_str())) return *real;
+  }
   if (path.empty() || path.starts_with('/')) return path;
   std::error_code error;
   auto here = std::filesystem::current_path(error);
@@ -62,7 +67,9 @@ void printInfo(const Json& facts) {
   for (auto& [key, value] : facts.items()) {
     if (key == "path") continue;
     if (!value.is_object()) {
-      table.add({"", key, valueText(value)});
+      // Not to be taken for an empty folder.
+      bool isUnread = key == "count" && value.is_null();
+      table.add({"", key, isUnread ? "unread" : valueText(value)});
       continue;
     }
     for (auto& [inner, innerValue] : value.items()) {

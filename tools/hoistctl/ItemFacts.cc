@@ -176,7 +176,9 @@ Json factsAsJson(PXFileInfo& item, Accounts& accounts) {
   Json json{{"path", item.path()}};
   json.update(attributesAsJson(item, accounts));
   if (auto directory = item.asDirectory()) {
-    json["count"] = directory->count();
+    // Of a folder that cannot be read, nothing; which is not none.
+    bool isReadable = item.effectiveAccess() & 4;
+    json["count"] = isReadable ? Json(directory->count()) : Json();
     json["mountPoint"] = directory->isMountPoint();
     json["package"] = directory->isPackage();
   }
