@@ -190,6 +190,8 @@ TEST_F(RealVolumes, AreNotMistakenForWhatIsMountedOverThem) {
   auto all = PXVolumeInfo::allVolumes();
   EXPECT_EQ(std::count_if(all.begin(), all.end(), [&](auto& v) { return v->path() == point; }), 1);
   EXPECT_TRUE(listed(point)->isEqual(*covering));
+  EXPECT_EQ(covered->nsAttributes(), std::nullopt);
+  EXPECT_EQ(covering->wholeDeviceIdentifier(), covering->filesystemID().device);
   // Whoever unmounts the covered one must not hit the other.
   EXPECT_EQ(raisedBy([&] { covered->unmount(); }).reason(), "cannot unmount volume");
   EXPECT_TRUE(at(point)->isEqual(*covering));
@@ -206,6 +208,8 @@ TEST_F(RealVolumes, ThatVanishAreNotMistakenForWhatIsBelow) {
   EXPECT_EQ(log.texts(classification::Debug).size(), 2u);
   EXPECT_EQ(volume->freeBytes(), size);
   EXPECT_EQ(std::string(volume->cFilesystemType()), "tmpfs");
+  EXPECT_EQ(volume->nsAttributes(), std::nullopt);
+  EXPECT_EQ(volume->wholeDeviceIdentifier(), 0u);
 }
 
 TEST_F(RealVolumes, CanHaveAFileAsMountPoint) {
