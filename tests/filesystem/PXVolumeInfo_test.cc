@@ -2,11 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "filesystem/PXVolumeInfo.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "filesystem/PXPath.h"
 #include "platform/volumes/VolumeCalls.h"
@@ -30,11 +32,16 @@ class ImaginaryVolumes : public VolumeCalls {
     return static_cast<int>(statistics.size());
   }
   int statfs(const char*, VolumeStatistics& record) override {
+    ++asked;
     if (statistics.empty()) return fail(EIO);
     record = statistics.front();
     return 0;
   }
-  int refresh(VolumeStatistics&) override { return fail(ESTALE); }
+  int refresh(VolumeStatistics& record) override {
+    if (!newStatistics) return fail(ESTALE);
+    record = *newStatistics;
+    return 0;
+  }
   int getattrlist(const VolumeStatistics& volume, VolumeAttributes& answer) override {
     if (volume.filesystemType == "bad") return fail(EIO);
     answer = attributes;
@@ -52,7 +59,9 @@ class ImaginaryVolumes : public VolumeCalls {
 
   std::vector<VolumeStatistics> statistics;
   VolumeAttributes attributes;
+  std::optional<VolumeStatistics> newStatistics;
   std::optional<VolumeAttributes> newSizes;
+  int asked = 0;
   int errorOfCount = 0;
   int errorOfStats = 0;
   bool lastForcibly = false;
@@ -144,6 +153,9 @@ TEST_F(ImaginaryVolume, KnowsALimitOfItsFiles) {
   EXPECT_EQ(volume()->maxFileSize(), 0u);
   calls_.statistics[0].mountPoint = "/";
   EXPECT_GT(volume()->maxFileSize(), 4294967296u);
+  // Whose files can have 32 bits, as far as the system knows.
+  calls_.statistics[0].mountPoint = "/proc";
+  EXPECT_EQ(volume()->maxFileSize(), 4294967295u);
 }
 
 TEST_F(ImaginaryVolume, TellsHowItIsMounted) {
@@ -177,6 +189,61 @@ TEST_F(ImaginaryVolume, HasACapabilityWhenAllItsBitsAreValidAndSet) {
   EXPECT_FALSE(volume->hasExchangeData());
   calls_.attributes.capabilities.format = calls_.attributes.capabilities.validFormat = 0x8000;
   EXPECT_FALSE(this->volume()->hasVolumeSizes());
+}
+
+TEST_F(ImaginaryVolume, HasEachCapabilityByItsOwnBit) {
+  using Fact = bool (PXVolumeInfo::*)() const;
+  using V = PXVolumeInfo;
+  const std::vector<std::pair<std::uint32_t, Fact>> format = {
+      {0x1, &V::hasPersistentObjects}, {0x2, &V::hasSymbolicLinks},
+      {0x4, &V::hasHardLinks},         {0x8, &V::hasJournal},
+      {0x10, &V::hasActiveJournal},    {0x20, &V::hasUnreliableRootTimes},
+      {0x40, &V::hasSparseFiles},      {0x80, &V::hasZeroRuns},
+      {0x100, &V::isCaseSensitive},    {0x200, &V::isCasePreserving},
+      {0x400, &V::hasFastStatfs},      {0x800, &V::has2TBFiles},
+      {0x1000, &V::hasOpenDeny},       {0x2000, &V::hasHiddenFiles},
+      {0x4000, &V::hasPathFromID},     {0x20000, &V::has64BitObjects}};
+  const std::vector<std::pair<std::uint32_t, Fact>> interfaces = {
+      {0x2, &V::hasGetAttrList},
+      {0x8, &V::hasGetDirEntriesAttr},
+      {0x10, &V::hasExchangeData},
+      {0x40, &V::hasPreallocation},
+      {0x80, &V::canRename},
+      {0x100, &V::hasAdvisoryLocking},
+      {0x200, &V::hasFileLocking},
+      {0x400, &V::hasACLs},
+      {0x800, &V::hasUserAccess},
+      {0x1000, &V::hasMandatoryLocking},
+      {0x4000, &V::hasExtendedAttributes},
+      {0x10000, &V::hasFileCloning},
+      {0x20000, &V::hasSnapshots},
+      {0x40000, &V::hasSwapping},
+      {0x80000, &V::hasExclusiveRenaming}};
+  constexpr std::uint32_t kAll = ~0U;
+  auto trueOf = [](const V& volume, auto& facts) {
+    std::uint32_t bits = 0;
+    for (auto [bit, fact] : facts) {
+      if ((volume.*fact)()) bits |= bit;
+    }
+    return bits;
+  };
+  for (auto [bit, fact] : format) {
+    calls_.attributes.capabilities = {.format = bit, .validFormat = kAll, .validInterfaces = kAll};
+    EXPECT_EQ(trueOf(*volume(), format), bit);
+    EXPECT_EQ(trueOf(*volume(), interfaces), 0u);
+    calls_.attributes.capabilities.validFormat = kAll & ~bit;
+    EXPECT_EQ(trueOf(*volume(), format), 0u);
+  }
+  for (auto [bit, fact] : interfaces) {
+    calls_.attributes.capabilities = {
+        .interfaces = bit, .validFormat = kAll, .validInterfaces = kAll};
+    EXPECT_EQ(trueOf(*volume(), interfaces), bit);
+    EXPECT_EQ(trueOf(*volume(), format), 0u);
+    calls_.attributes.capabilities.validInterfaces = kAll & ~bit;
+    EXPECT_EQ(trueOf(*volume(), interfaces), 0u);
+  }
+  calls_.attributes.capabilities = {.format = 0x8000, .validFormat = 0};
+  EXPECT_TRUE(volume()->hasVolumeSizes());
 }
 
 TEST_F(ImaginaryVolume, SupportsAttributesWhenEveryBitIsThere) {
@@ -260,6 +327,46 @@ TEST_F(ImaginaryVolume, KeepsWhatItKnowsWhenAReloadFails) {
   volume->reloadSizes();
   EXPECT_EQ(volume->freeBytes(), 7u);
   EXPECT_EQ(volume->availableBytes(), 6u);
+}
+
+TEST_F(ImaginaryVolume, ReadsItsStatisticsAnew) {
+  auto volume = this->volume();
+  calls_.newStatistics = calls_.statistics[0];
+  calls_.newStatistics->flags = MNT_FLAG_RDONLY;
+  EXPECT_TRUE(volume->isWritable());
+  volume->reloadStats();
+  EXPECT_FALSE(volume->isWritable());
+}
+
+TEST_F(ImaginaryVolume, AsksForTheFileManagersAttributesOnceAndAfterAReloadAgain) {
+  auto volume = this->volume();
+  calls_.asked = 0;
+  EXPECT_EQ((*volume->nsAttributes())["NSFileSystemNumber"].integerValue(), 8);
+  EXPECT_EQ(volume->wholeDeviceIdentifier(), 8u);
+  EXPECT_EQ(calls_.asked, 1);
+  volume->reloadSizes();
+  EXPECT_TRUE(volume->nsAttributes());
+  EXPECT_EQ(calls_.asked, 2);
+  volume->reloadStats();
+  EXPECT_TRUE(volume->nsAttributes());
+  EXPECT_EQ(calls_.asked, 3);
+  EXPECT_TRUE(volume->copy()->nsAttributes());
+  EXPECT_EQ(calls_.asked, 3);
+}
+
+TEST_F(ImaginaryVolume, HasNoFileManagersAttributesUntilTheyCanBeHad) {
+  auto volume = this->volume();
+  auto kept = std::exchange(calls_.statistics, {});
+  LogRecorder log;
+  EXPECT_EQ(volume->nsAttributes(), std::nullopt);
+  EXPECT_EQ(volume->wholeDeviceIdentifier(), 0u);
+  auto texts = log.texts(classification::Debug);
+  ASSERT_EQ(texts.size(), 2u);
+  EXPECT_THAT(texts[0],
+              testing::StartsWith("-[PXVolumeInfo nsAttributes] problem obtaining NSFileManager "
+                                  "attributes for filesystem at /mnt/disk: "));
+  calls_.statistics = kept;
+  EXPECT_TRUE(volume->nsAttributes());
 }
 
 TEST_F(ImaginaryVolume, CopiesItsFactsButNotItsRoot) {
