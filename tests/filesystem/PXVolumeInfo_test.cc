@@ -372,7 +372,13 @@ TEST_F(ImaginaryVolume, HasNoFileManagersAttributesUntilTheyCanBeHad) {
 TEST_F(ImaginaryVolume, CopiesItsFactsButNotItsRoot) {
   calls_.attributes.uuid = {1};
   calls_.attributes.freeBytes = 500;
+  calls_.attributes.availableBytes = 400;
+  calls_.attributes.totalBytes = 1000;
   calls_.attributes.createdTime = {12, 34};
+  calls_.attributes.capabilities = {
+      .format = 0x1, .interfaces = 0x2, .validFormat = 0x1, .validInterfaces = 0x2};
+  calls_.attributes.validAttributes.common = 0x3;
+  calls_.attributes.nativeAttributes.common = 0x1;
   auto volume = this->volume();
   volume->uuidCStr();
   auto copy = volume->copy();
@@ -381,7 +387,14 @@ TEST_F(ImaginaryVolume, CopiesItsFactsButNotItsRoot) {
   EXPECT_STREQ(copy->uuidCStr(), volume->uuidCStr());
   EXPECT_NE(copy->uuidCStr(), volume->uuidCStr());
   EXPECT_EQ(copy->freeBytes(), 500u);
+  EXPECT_EQ(copy->availableBytes(), 400u);
+  EXPECT_EQ(copy->totalBytes(), 1000u);
   EXPECT_EQ(copy->createdDate(), Date(12, 34));
+  EXPECT_EQ(copy->deviceName(), "/dev/sdx1");
+  EXPECT_TRUE(copy->hasPersistentObjects() && copy->hasGetAttrList());
+  EXPECT_TRUE(copy->supportsTheseCommonAttributes(0x3));
+  EXPECT_TRUE(copy->supportsTheseCommonAttributesNatively(0x1));
+  EXPECT_FALSE(copy->supportsTheseCommonAttributesNatively(0x3));
 }
 
 TEST_F(ImaginaryVolume, HasNoDataVolume) {

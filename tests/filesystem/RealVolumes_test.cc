@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 
@@ -253,10 +254,23 @@ TEST_F(RealVolumes, FindTheVolumeOfALinkWhereTheLinkIs) {
 
 TEST_F(RealVolumes, LocateAPathThatReachesThemByAnotherMount) {
   auto point = volumes_->make("ext4", "e");
-  ::mkdir((point + "/sub").c_str(), 0755);
-  std::ofstream(point + "/sub/x") << "x";
+  std::filesystem::create_directories(point + "/sub/deep/deeper");
   auto bound = volumes_->bind(point + "/sub", "bound");
-  EXPECT_EQ(at(point)->relativePathOfPath(PXPath::initWithCPath(bound + "/x")), "x");
+  auto volume = at(point);
+  auto relative = [&](const std::string& path) {
+    return volume->relativePathOfPath(PXPath::initWithCPath(path));
+  };
+  EXPECT_EQ(relative(bound + "/deep"), "deep");
+  EXPECT_EQ(relative(bound + "/deep/deeper"), "deep/deeper");
+  EXPECT_EQ(relative(bound), "");
+}
+
+TEST_F(RealVolumes, DoNotLocateAPathThatIsBelowNoMountOfTheirs) {
+  // Up to the root, everything is on the same file system.
+  auto bound = at(volumes_->bind("/", "bound"));
+  ASSERT_TRUE(bound->isEqual(*at("/etc")));
+  EXPECT_EQ(bound->relativePathOfPath(PXPath::initWithCPath("/etc")), std::nullopt);
+  EXPECT_EQ(bound->relativePathOfPath(PXPath::initWithCPath("/")), std::nullopt);
 }
 
 TEST_F(RealVolumes, AnswerInAChrootWhoseRootIsNoMount) {
