@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <optional>
 #include <regex>
 
@@ -19,6 +20,8 @@
 #include "platform/KeyedUnarchiver.h"
 #include "platform/files/FileManager.h"
 #include "platform/files/NewFolder.h"
+#include "support/AsUser.h"
+#include "support/PlainCoders.h"
 #include "support/Raised.h"
 #include "support/RecordingLogger.h"
 #include "support/TestVolumes.h"
@@ -26,12 +29,12 @@
 namespace hoist {
 namespace {
 
-// A location at any place, as only a test needs one.
 // The identifier of the line that this one was logged in.
 std::string parentOf(const LoggedLine& line) {
   return line.line.substr(0, line.line.rfind('.'));
 }
 
+// A location at any place, as only a test needs one.
 class FixedPath final : public KLPath {
  public:
   explicit FixedPath(std::string path) : KLPath(std::nullopt), path_(std::move(path)) {}
@@ -42,6 +45,9 @@ class FixedPath final : public KLPath {
  private:
   std::string path_;
 };
+
+// "daemon", whose home is not root's.
+constexpr uid_t kUserWithHome = 1;
 
 struct stat statusOf(const std::string& path) {
   struct stat status {};
@@ -208,6 +214,20 @@ TEST_F(Location, IsArchivedByHowItIsFound) {
   EXPECT_EQ(root->domainMask(), 2u);
 }
 
+TEST_F(Location, IsArchivedUnderTheStatedKeys) {
+  Dictionary attributes = {{files::kFilePosixPermissions, 0700}};
+  PlainKeyedEncoder plain, standard, inner;
+  KLPath::initWithAttributes(attributes)->encodeWithCoder(plain);
+  EXPECT_EQ(plain.fields, (Dictionary{{"attrs", attributes}}));
+  KLStandardPath::initWithStandardDirectory(14, 2, attributes)->encodeWithCoder(standard);
+  EXPECT_EQ(standard.fields,
+            (Dictionary{{"attrs", attributes}, {"wellknown", 14}, {"domains", 2}}));
+  auto enclosing = base();
+  KLSubPath::initWithName("x", enclosing)->encodeWithCoder(inner);
+  EXPECT_EQ(inner.fields,
+            (Dictionary{{"enclosing", Value(Ref<Object>(enclosing))}, {"folder", "x"}}));
+}
+
 TEST_F(Location, DecodedWithoutItsFieldsLeadsNowhere) {
   KLPath::registerClasses();
   auto empty = make<KLSubPath>(std::nullopt, nullptr, std::nullopt);
@@ -305,6 +325,19 @@ TEST_F(SystemLocations, OfTheBootVolumeDependOnWhereTheHomeLies) {
   EXPECT_EQ(bootPathInChild(), home_ + "/.local/share/Kelvo");
 }
 
+TEST_F(SystemLocations, ResolveAnewWhereTheyAreDecoded) {
+  KLPath::registerClasses();
+  auto location = KLPath::userLogsPath();
+  EXPECT_EQ(location->path(), home_ + "/.local/share/Logs");
+  auto archive = KeyedArchiver::archivedDataWithRootObject(Value(location));
+  AsUser user(kUserWithHome);
+  auto decoded = KeyedUnarchiver::unarchivedObjectOfClasses({"KLPath"}, archive);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->objectAs<KLPath>()->path(),
+            *homeDirectory(kUserWithHome) + "/.local/share/Logs");
+  EXPECT_EQ(location->path(), home_ + "/.local/share/Logs");
+}
+
 TEST_F(SystemLocations, AcceptALinkInThePlaceOfAStandardFolder) {
   ::mkdir((home_ + "/.local").c_str(), 0700);
   ::mkdir((home_ + "/data").c_str(), 0700);
@@ -331,6 +364,16 @@ TEST(HomeOverride, IsTheToolsFolderElsewhereAndNeverTheRoot) {
   EXPECT_EQ(homeOverrideForExecutable(tool), folder / "bin");
   EXPECT_EQ(homeOverrideForExecutable(folder / "missing"), std::nullopt);
   EXPECT_EQ(homeOverrideForExecutable("/missing"), std::nullopt);
+}
+
+TEST(HomeOverride, IsNoneWhereTheProductFolderIsBelowNoHome) {
+  if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
+  TestVolumes volumes;
+  volumes.mount("tmpfs", "/mnt", "tmpfs", 0, "");
+  ASSERT_EQ(::mkdir("/mnt/Kelvo", 0755), 0);
+  std::ofstream("/mnt/Kelvo/tool") << "tool";
+  ASSERT_EQ(::chmod("/mnt/Kelvo/tool", 04755), 0);
+  EXPECT_EQ(homeOverrideForExecutable("/mnt/Kelvo/tool"), std::nullopt);
 }
 
 TEST(HomeOverride, OfAnOrdinaryProgramIsNone) {
