@@ -25,6 +25,7 @@
 #include "support/Raised.h"
 #include "support/RecordingLogger.h"
 #include "support/TestVolumes.h"
+#include "values/product.h"
 
 namespace hoist {
 namespace {
@@ -129,6 +130,7 @@ TEST_F(Location, SaysWhyWhenAFileIsInItsPlace) {
   auto folder = find("Folder: ");
   EXPECT_EQ(folder.classification, classification::Details);
   EXPECT_EQ(parentOf(folder), lines[0].line);
+  EXPECT_NE(folder.text.find(folder_ / "file"), std::string::npos);
   auto item = find("Item already exists; probably a file where a folder should be");
   EXPECT_EQ(item.classification, classification::Plain);
   EXPECT_EQ(parentOf(item), lines[0].line);
@@ -155,6 +157,28 @@ TEST_F(Location, SaysWhyWhenTheEnclosingFolderIsMissingOrRefuses) {
   EXPECT_TRUE(std::any_of(texts.begin(), texts.end(), [](auto& text) {
     return text.find("NSFileTypeDirectory") != std::string::npos;
   }));
+}
+
+// Somebody else makes the folder between the look and the making.
+class RacedPath final : public KLPath {
+ public:
+  explicit RacedPath(std::string path) : KLPath(std::nullopt), path_(std::move(path)) {}
+  bool exists() override { return looks_++ > 0 && KLPath::exists(); }
+
+ protected:
+  std::optional<std::string> constructPath() const override { return path_; }
+
+ private:
+  std::string path_;
+  int looks_ = 0;
+};
+
+TEST_F(Location, IsThereWhenSomebodyElseWasFasterInMakingIt) {
+  ::mkdir((folder_ / "x").c_str(), 0755);
+  folder_.write("file", "");
+  make<RacedPath>(folder_ / "x")->create();
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_THROW(make<RacedPath>(folder_ / "file")->create(), KLException);
 }
 
 TEST_F(Location, IsNotALinkToAFolder) {
@@ -345,6 +369,22 @@ TEST_F(SystemLocations, AcceptALinkInThePlaceOfAStandardFolder) {
   EXPECT_TRUE(KLPath::userApplicationSupportPath()->exists());
   KLPath::userKLApplicationSupportPath()->create();
   EXPECT_EQ(statusOf(home_ + "/data/Kelvo").st_mode & 07777, 0700u);
+}
+
+TEST_F(SystemLocations, AskTheClientsPreferencesWhetherItWantsAHelper) {
+  // Preferences are kept for the life of a process: each case in one of its own.
+  auto usesHelperInChild = [] {
+    pid_t child = ::fork();
+    if (child == 0) ::_exit(KLPath::usesPrivilegedHelper() ? 1 : 0);
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+  };
+  EXPECT_EQ(usesHelperInChild(), 1);
+  ::mkdir((home_ + "/.config").c_str(), 0700);
+  std::ofstream(home_ + "/.config/" + std::string(product::kClientDomain) + ".plist")
+      << "<plist version=\"1.0\"><dict><key>KLUseAdminPrivileges</key><false/></dict></plist>";
+  EXPECT_EQ(usesHelperInChild(), 0);
 }
 
 // ---- The home of a set-user-ID tool ----
