@@ -130,6 +130,34 @@ TEST_F(RealVolumes, KnowLabelAndUUIDOfExt4XfsAndBtrfs) {
   }
 }
 
+TEST_F(RealVolumes, WithoutALabelAreNamedByTheirMountPoint) {
+  auto image = volumes_->makeImage("ext4", "labelled");
+  volumes_->run("tune2fs -L '' " + image);
+  EXPECT_EQ(at(volumes_->mountImage(image, volumes_->newPoint("point")))->name(), "point");
+}
+
+TEST_F(RealVolumes, OfProgramsThatReachOtherMachinesAreNotLocal) {
+  for (std::string kind : {"fuse.sshfs", "fuse.s3fs", "fuse.other"}) {
+    auto volume = at(volumes_->make(kind, kind));
+    EXPECT_EQ(volume->cFilesystemType(), kind);
+    EXPECT_EQ(volume->isLocal(), kind == "fuse.other") << kind;
+    EXPECT_TRUE(volume->isBrowsable()) << kind;
+    EXPECT_TRUE(volume->hasSymbolicLinks()) << kind;
+  }
+}
+
+TEST_F(RealVolumes, MountedToBeHiddenAreNotBrowsable) {
+  // The tools of the system note that down there.
+  volumes_->mount("tmpfs", "/run", "tmpfs", 0, "mode=755");
+  auto image = volumes_->makeImage("ext4", "hidden");
+  auto point = volumes_->mountImage(image, volumes_->newPoint("point"), "loop,x-gvfs-hide");
+  EXPECT_FALSE(at(point)->isBrowsable());
+  EXPECT_TRUE(listed(point));
+  auto browsable = PXVolumeInfo::browsableVolumes();
+  EXPECT_TRUE(std::none_of(browsable.begin(), browsable.end(),
+                           [&](auto& volume) { return volume->path() == point; }));
+}
+
 TEST_F(RealVolumes, AreToldWhatTheirMountCanDo) {
   auto ext4 = at(volumes_->make("ext4", "e"));
   EXPECT_TRUE(ext4->hasJournal() && ext4->hasActiveJournal() && ext4->hasACLs());
