@@ -284,6 +284,17 @@ TEST(Volumes, AreListedWithSizesAndIdentity) {
   EXPECT_FALSE(volume->contains("capabilities"));
 }
 
+TEST(Volumes, ThatCannotBeListedAreAFailureWithTheSystemsReason) {
+  if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
+  TestVolumes volumes;
+  // Without the kernel's mount table.
+  volumes.mount("tmpfs", "/proc", "tmpfs", 0, "");
+  auto result = hoistctl({"volumes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output,
+            "hoistctl: IO: cannot get count of mounted volumes: No such file or directory\n");
+}
+
 TEST(Volumes, TellWhatTheyCanDoOnDemand) {
   if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
   TestVolumes volumes;

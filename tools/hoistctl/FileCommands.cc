@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "exceptions/KLException.h"
 #include "filesystem/PXDirectory.h"
 #include "hoistctl/Commands.h"
 #include "hoistctl/HoistClient.h"
@@ -31,13 +30,6 @@ std::string absolutePath(const std::string& path) {
   auto here = std::filesystem::current_path(error);
   if (error) throw CommandError(Failure::Refused, "the current folder: " + error.message());
   return joinPath(here.string(), path);
-}
-
-// What was tried, and what the system said to it.
-std::string reasonOf(const Exception& exception) {
-  auto cause = exception.userInfo().find(detail_key::ErrDescription);
-  if (cause == exception.userInfo().end()) return exception.what();
-  return fmt::format("{}: {}", exception.what(), cause->second.description());
 }
 
 Json infoAsJson(const std::string& path, Accounts& accounts) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "exceptions/KLException.h"
 #include "platform/CharacterSets.h"
 #include "platform/Utf8.h"
 
@@ -30,6 +31,12 @@ void printJson(const Json& json) {
 void printToError(std::string_view text) noexcept {
   std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);
+}
+
+std::string reasonOf(const Exception& exception) {
+  auto cause = exception.userInfo().find(detail_key::ErrDescription);
+  if (cause == exception.userInfo().end()) return exception.what();
+  return fmt::format("{}: {}", exception.what(), cause->second.description());
 }
 
 std::string shown(std::string_view bytes) {

@@ -78,7 +78,7 @@ int run(int argc, char** argv) {
   } catch (const ctl::Reported& error) {
     return static_cast<int>(error.kind());
   } catch (const Exception& error) {
-    return fail(common, static_cast<int>(ctl::Failure::Refused), error.what());
+    return fail(common, static_cast<int>(ctl::Failure::Refused), ctl::reasonOf(error));
   } catch (const std::exception& error) {
     // An output that cannot be written is reported at the end.
     if (std::ferror(stdout) != 0) return static_cast<int>(ctl::Failure::Refused);
