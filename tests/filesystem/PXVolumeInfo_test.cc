@@ -5,10 +5,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "filesystem/PXPath.h"
 #include "platform/volumes/VolumeCalls.h"
@@ -61,7 +64,7 @@ class ImaginaryVolumes : public VolumeCalls {
   VolumeAttributes attributes;
   std::optional<VolumeStatistics> newStatistics;
   std::optional<VolumeAttributes> newSizes;
-  int asked = 0;
+  std::atomic<int> asked = 0;
   int errorOfCount = 0;
   int errorOfStats = 0;
   bool lastForcibly = false;
@@ -395,6 +398,28 @@ TEST_F(ImaginaryVolume, CopiesItsFactsButNotItsRoot) {
   EXPECT_TRUE(copy->supportsTheseCommonAttributes(0x3));
   EXPECT_TRUE(copy->supportsTheseCommonAttributesNatively(0x1));
   EXPECT_FALSE(copy->supportsTheseCommonAttributesNatively(0x3));
+}
+
+TEST_F(ImaginaryVolume, IsAskedAndCopiedByManyThreadsAtOnce) {
+  calls_.attributes.uuid = {1};
+  calls_.attributes.freeBytes = 500;
+  auto volume = this->volume();
+  calls_.asked = 0;
+  std::atomic<int> right = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&] {
+      auto copy = volume->copy();
+      bool same = volume->uuidCStr() == volume->uuidCStr() &&
+                  copy->syntheticUUID() == volume->syntheticUUID() &&
+                  copy->deviceName() == volume->deviceName() &&
+                  volume->nsAttributes() == volume->nsAttributes();
+      if (same && volume->availableBytes() == 500) ++right;
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(right, 8);
+  EXPECT_EQ(calls_.asked, 1);
 }
 
 TEST_F(ImaginaryVolume, HasNoDataVolume) {
