@@ -264,6 +264,15 @@ TEST_F(RealVolumes, KeepMountPointsThatAreNoTextThroughCoding) {
   EXPECT_TRUE(ClassRegistry::shared().find("PXVolumeInfo")->decode(decoder)->isEqual(*volume));
 }
 
+TEST_F(RealVolumes, AreNotTakenForOthersWhoseMountPointsAreShownAlike) {
+  auto point = volumes_->newPoint("odd\xff"), other = volumes_->newPoint("odd\xfe");
+  volumes_->mount("tmpfs", point, "tmpfs", 0, "");
+  std::filesystem::create_directory(other + "/x");
+  auto volume = at(point);
+  EXPECT_EQ(volume->relativePathOfPath(PXPath::initWithCPath(other + "/x")), std::nullopt);
+  EXPECT_EQ(volume->relativePathOfPath(PXPath::initWithCPath(point + "/x\xff")), "x\xef\xbf\xbd");
+}
+
 TEST_F(RealVolumes, OfTheKernelAreNotBrowsable) {
   EXPECT_FALSE(at("/proc")->isBrowsable());
   EXPECT_FALSE(at("/sys")->isBrowsable());
