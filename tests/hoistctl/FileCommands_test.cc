@@ -108,6 +108,15 @@ TEST_F(Info, SaysOnTheStandardErrorWhatTheSystemRefused) {
   EXPECT_EQ(runProgram("/bin/sh", {"-c", command + " 2>/dev/null"}).output, "");
 }
 
+TEST_F(Info, HasNoTimeOfCreationWhereNoneIsKept) {
+  EXPECT_EQ(hoistctlAsJSON({"info", "/proc/self/status"})[0]["created"], nullptr);
+  for (auto& volume : hoistctlAsJSON({"volumes", "--all"})) {
+    if (volume["path"] == "/proc") {
+      EXPECT_EQ(volume["created"], nullptr);
+    }
+  }
+}
+
 TEST_F(Info, TellsAFolderThatCannotBeReadFromAnEmptyOne) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   for (auto name : {"empty", "closed"}) fs::create_directory(folder_ / name);

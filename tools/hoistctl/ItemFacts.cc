@@ -125,6 +125,11 @@ std::string exactTime(const timespec& time) {
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", calendar, time.tv_nsec);
 }
 
+Json createdAsJson(const timespec& time) {
+  bool isKnown = time.tv_sec != 0 || time.tv_nsec != 0;
+  return isKnown ? Json(exactTime(time)) : Json();
+}
+
 std::string localTime(const timespec& time) {
   std::tm calendar;
   if (!::localtime_r(&time.tv_sec, &calendar)) return fmt::format("@{}", time.tv_sec);
@@ -163,7 +168,7 @@ Json attributesAsJson(PXFileInfo& item, Accounts& accounts) {
   json["groupID"] = item.groupID();
   json["group"] = accounts.group(item.groupID());
   json["links"] = item.linkCount();
-  json["created"] = exactTime(item.createdTimeSpec());
+  json["created"] = createdAsJson(item.createdTimeSpec());
   json["modified"] = exactTime(item.modifiedTimeSpec());
   json["changed"] = exactTime(item.attributeChangedTimeSpec());
   json["fileFlags"] = fmt::format("{:#x}", item.fileFlags());
