@@ -246,11 +246,13 @@ Ref<PXPath> PXPath::relativePath(std::string_view path) const {
 
 std::string PXPath::pathRelativeToPath(const PXPath& base) const {
   if (isEqual(base)) return "";
-  std::string whole = path();
-  std::string start = base.path();
-  if (start.empty() || start.size() >= whole.size() || !whole.starts_with(start)) return whole;
-  if (start.ends_with('/')) return whole.substr(start.size());
-  return whole[start.size()] == '/' ? whole.substr(start.size() + 1) : whole;
+  // Bytes: different ones may be shown alike.
+  std::string_view whole = cPath();
+  std::string_view start = base.cPath();
+  if (start.empty() || start.size() >= whole.size() || !whole.starts_with(start)) return path();
+  auto rest = whole.substr(start.size());
+  if (start.ends_with('/')) return stringFromFileSystemRepresentation(rest);
+  return rest.starts_with('/') ? stringFromFileSystemRepresentation(rest.substr(1)) : path();
 }
 
 bool PXPath::containsPath(const PXPath& other) const {

@@ -173,13 +173,15 @@ std::optional<Dictionary> PXVolumeInfo::nsAttributes() const {
   SpinLockHolder lock(propLock_);
   if (!nsAttributes_) {
     auto result = attributesOfFileSystemForPath(cPath());
+    // Another volume may be mounted over this one, or be all that is left in its place.
+    if (result.value && (*result.value)[kFileSystemNumber].integerValue() != filesystemID().device)
+      result = {std::nullopt, Error::posix(ENOENT, path())};
     nsAttributes_ = result.value;
     if (result.error) {
       Logger::log(classification::Debug, [&] {
         return fmt::format(
             "-[PXVolumeInfo nsAttributes] problem obtaining NSFileManager attributes for "
-            "filesystem "
-            "at {}: {}",
+            "filesystem at {}: {}",
             path(), result.error->description());
       });
     }

@@ -61,6 +61,8 @@ TEST_P(OnADevice, SaysWhatTheFileSystemThereCanDo) {
 
 TEST_P(OnADevice, HasItsLabelAndIsThereToBeSeen) {
   EXPECT_EQ(volume_->name(), "VOL");
+  // A short serial number is no UUID.
+  EXPECT_EQ(volume_->uuidCStr(), nullptr);
   EXPECT_EQ(volume_->path(), point_);
   EXPECT_TRUE(volume_->isBrowsable() && volume_->isLocal() && volume_->isWritable());
 }

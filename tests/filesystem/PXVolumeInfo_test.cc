@@ -2,28 +2,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "filesystem/PXVolumeInfo.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
 
-#include "filesystem/PXDirectory.h"
 #include "filesystem/PXPath.h"
-#include "filesystem/PXSymbolicLink.h"
-#include "platform/FileDescriptor.h"
-#include "platform/ResourceValues.h"
-#include "platform/volumes/FileSystemAttributes.h"
 #include "platform/volumes/VolumeCalls.h"
 #include "support/PlainCoders.h"
 #include "support/Raised.h"
 #include "support/RecordingLogger.h"
-#include "support/TestVolumes.h"
 #include "values/ClassRegistry.h"
 
 namespace hoist {
@@ -41,11 +35,16 @@ class ImaginaryVolumes : public VolumeCalls {
     return static_cast<int>(statistics.size());
   }
   int statfs(const char*, VolumeStatistics& record) override {
+    ++asked;
     if (statistics.empty()) return fail(EIO);
     record = statistics.front();
     return 0;
   }
-  int refresh(VolumeStatistics&) override { return fail(ESTALE); }
+  int refresh(VolumeStatistics& record) override {
+    if (!newStatistics) return fail(ESTALE);
+    record = *newStatistics;
+    return 0;
+  }
   int getattrlist(const VolumeStatistics& volume, VolumeAttributes& answer) override {
     if (volume.filesystemType == "bad") return fail(EIO);
     answer = attributes;
@@ -63,7 +62,9 @@ class ImaginaryVolumes : public VolumeCalls {
 
   std::vector<VolumeStatistics> statistics;
   VolumeAttributes attributes;
+  std::optional<VolumeStatistics> newStatistics;
   std::optional<VolumeAttributes> newSizes;
+  std::atomic<int> asked = 0;
   int errorOfCount = 0;
   int errorOfStats = 0;
   bool lastForcibly = false;
@@ -155,6 +156,9 @@ TEST_F(ImaginaryVolume, KnowsALimitOfItsFiles) {
   EXPECT_EQ(volume()->maxFileSize(), 0u);
   calls_.statistics[0].mountPoint = "/";
   EXPECT_GT(volume()->maxFileSize(), 4294967296u);
+  // Whose files can have 32 bits, as far as the system knows.
+  calls_.statistics[0].mountPoint = "/proc";
+  EXPECT_EQ(volume()->maxFileSize(), 4294967295u);
 }
 
 TEST_F(ImaginaryVolume, TellsHowItIsMounted) {
@@ -188,6 +192,61 @@ TEST_F(ImaginaryVolume, HasACapabilityWhenAllItsBitsAreValidAndSet) {
   EXPECT_FALSE(volume->hasExchangeData());
   calls_.attributes.capabilities.format = calls_.attributes.capabilities.validFormat = 0x8000;
   EXPECT_FALSE(this->volume()->hasVolumeSizes());
+}
+
+TEST_F(ImaginaryVolume, HasEachCapabilityByItsOwnBit) {
+  using Fact = bool (PXVolumeInfo::*)() const;
+  using V = PXVolumeInfo;
+  const std::vector<std::pair<std::uint32_t, Fact>> format = {
+      {0x1, &V::hasPersistentObjects}, {0x2, &V::hasSymbolicLinks},
+      {0x4, &V::hasHardLinks},         {0x8, &V::hasJournal},
+      {0x10, &V::hasActiveJournal},    {0x20, &V::hasUnreliableRootTimes},
+      {0x40, &V::hasSparseFiles},      {0x80, &V::hasZeroRuns},
+      {0x100, &V::isCaseSensitive},    {0x200, &V::isCasePreserving},
+      {0x400, &V::hasFastStatfs},      {0x800, &V::has2TBFiles},
+      {0x1000, &V::hasOpenDeny},       {0x2000, &V::hasHiddenFiles},
+      {0x4000, &V::hasPathFromID},     {0x20000, &V::has64BitObjects}};
+  const std::vector<std::pair<std::uint32_t, Fact>> interfaces = {
+      {0x2, &V::hasGetAttrList},
+      {0x8, &V::hasGetDirEntriesAttr},
+      {0x10, &V::hasExchangeData},
+      {0x40, &V::hasPreallocation},
+      {0x80, &V::canRename},
+      {0x100, &V::hasAdvisoryLocking},
+      {0x200, &V::hasFileLocking},
+      {0x400, &V::hasACLs},
+      {0x800, &V::hasUserAccess},
+      {0x1000, &V::hasMandatoryLocking},
+      {0x4000, &V::hasExtendedAttributes},
+      {0x10000, &V::hasFileCloning},
+      {0x20000, &V::hasSnapshots},
+      {0x40000, &V::hasSwapping},
+      {0x80000, &V::hasExclusiveRenaming}};
+  constexpr std::uint32_t kAll = ~0U;
+  auto trueOf = [](const V& volume, auto& facts) {
+    std::uint32_t bits = 0;
+    for (auto [bit, fact] : facts) {
+      if ((volume.*fact)()) bits |= bit;
+    }
+    return bits;
+  };
+  for (auto [bit, fact] : format) {
+    calls_.attributes.capabilities = {.format = bit, .validFormat = kAll, .validInterfaces = kAll};
+    EXPECT_EQ(trueOf(*volume(), format), bit);
+    EXPECT_EQ(trueOf(*volume(), interfaces), 0u);
+    calls_.attributes.capabilities.validFormat = kAll & ~bit;
+    EXPECT_EQ(trueOf(*volume(), format), 0u);
+  }
+  for (auto [bit, fact] : interfaces) {
+    calls_.attributes.capabilities = {
+        .interfaces = bit, .validFormat = kAll, .validInterfaces = kAll};
+    EXPECT_EQ(trueOf(*volume(), interfaces), bit);
+    EXPECT_EQ(trueOf(*volume(), format), 0u);
+    calls_.attributes.capabilities.validInterfaces = kAll & ~bit;
+    EXPECT_EQ(trueOf(*volume(), interfaces), 0u);
+  }
+  calls_.attributes.capabilities = {.format = 0x8000, .validFormat = 0};
+  EXPECT_TRUE(volume()->hasVolumeSizes());
 }
 
 TEST_F(ImaginaryVolume, SupportsAttributesWhenEveryBitIsThere) {
@@ -273,10 +332,56 @@ TEST_F(ImaginaryVolume, KeepsWhatItKnowsWhenAReloadFails) {
   EXPECT_EQ(volume->availableBytes(), 6u);
 }
 
+TEST_F(ImaginaryVolume, ReadsItsStatisticsAnew) {
+  auto volume = this->volume();
+  calls_.newStatistics = calls_.statistics[0];
+  calls_.newStatistics->flags = MNT_FLAG_RDONLY;
+  EXPECT_TRUE(volume->isWritable());
+  volume->reloadStats();
+  EXPECT_FALSE(volume->isWritable());
+}
+
+TEST_F(ImaginaryVolume, AsksForTheFileManagersAttributesOnceAndAfterAReloadAgain) {
+  auto volume = this->volume();
+  calls_.asked = 0;
+  EXPECT_EQ((*volume->nsAttributes())["NSFileSystemNumber"].integerValue(), 8);
+  EXPECT_EQ(volume->wholeDeviceIdentifier(), 8u);
+  EXPECT_EQ(calls_.asked, 1);
+  volume->reloadSizes();
+  EXPECT_TRUE(volume->nsAttributes());
+  EXPECT_EQ(calls_.asked, 2);
+  volume->reloadStats();
+  EXPECT_TRUE(volume->nsAttributes());
+  EXPECT_EQ(calls_.asked, 3);
+  EXPECT_TRUE(volume->copy()->nsAttributes());
+  EXPECT_EQ(calls_.asked, 3);
+}
+
+TEST_F(ImaginaryVolume, HasNoFileManagersAttributesUntilTheyCanBeHad) {
+  auto volume = this->volume();
+  auto kept = std::exchange(calls_.statistics, {});
+  LogRecorder log;
+  EXPECT_EQ(volume->nsAttributes(), std::nullopt);
+  EXPECT_EQ(volume->wholeDeviceIdentifier(), 0u);
+  auto texts = log.texts(classification::Debug);
+  ASSERT_EQ(texts.size(), 2u);
+  EXPECT_THAT(texts[0],
+              testing::StartsWith("-[PXVolumeInfo nsAttributes] problem obtaining NSFileManager "
+                                  "attributes for filesystem at /mnt/disk: "));
+  calls_.statistics = kept;
+  EXPECT_TRUE(volume->nsAttributes());
+}
+
 TEST_F(ImaginaryVolume, CopiesItsFactsButNotItsRoot) {
   calls_.attributes.uuid = {1};
   calls_.attributes.freeBytes = 500;
+  calls_.attributes.availableBytes = 400;
+  calls_.attributes.totalBytes = 1000;
   calls_.attributes.createdTime = {12, 34};
+  calls_.attributes.capabilities = {
+      .format = 0x1, .interfaces = 0x2, .validFormat = 0x1, .validInterfaces = 0x2};
+  calls_.attributes.validAttributes.common = 0x3;
+  calls_.attributes.nativeAttributes.common = 0x1;
   auto volume = this->volume();
   volume->uuidCStr();
   auto copy = volume->copy();
@@ -285,7 +390,36 @@ TEST_F(ImaginaryVolume, CopiesItsFactsButNotItsRoot) {
   EXPECT_STREQ(copy->uuidCStr(), volume->uuidCStr());
   EXPECT_NE(copy->uuidCStr(), volume->uuidCStr());
   EXPECT_EQ(copy->freeBytes(), 500u);
+  EXPECT_EQ(copy->availableBytes(), 400u);
+  EXPECT_EQ(copy->totalBytes(), 1000u);
   EXPECT_EQ(copy->createdDate(), Date(12, 34));
+  EXPECT_EQ(copy->deviceName(), "/dev/sdx1");
+  EXPECT_TRUE(copy->hasPersistentObjects() && copy->hasGetAttrList());
+  EXPECT_TRUE(copy->supportsTheseCommonAttributes(0x3));
+  EXPECT_TRUE(copy->supportsTheseCommonAttributesNatively(0x1));
+  EXPECT_FALSE(copy->supportsTheseCommonAttributesNatively(0x3));
+}
+
+TEST_F(ImaginaryVolume, IsAskedAndCopiedByManyThreadsAtOnce) {
+  calls_.attributes.uuid = {1};
+  calls_.attributes.freeBytes = 500;
+  auto volume = this->volume();
+  calls_.asked = 0;
+  std::atomic<int> right = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&] {
+      auto copy = volume->copy();
+      bool same = volume->uuidCStr() == volume->uuidCStr() &&
+                  copy->syntheticUUID() == volume->syntheticUUID() &&
+                  copy->deviceName() == volume->deviceName() &&
+                  volume->nsAttributes() == volume->nsAttributes();
+      if (same && volume->availableBytes() == 500) ++right;
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(right, 8);
+  EXPECT_EQ(calls_.asked, 1);
 }
 
 TEST_F(ImaginaryVolume, HasNoDataVolume) {
@@ -315,265 +449,6 @@ TEST(VolumeCoding, RefusesAVolumeThatIsNotHere) {
   EXPECT_THROW(decode(gone), DecodeError);
   PlainKeyedDecoder empty({});
   EXPECT_THROW(decode(empty), DecodeError);
-}
-
-// ---- Real ones ----
-
-class RealVolumes : public testing::Test {
- protected:
-  void SetUp() override {
-    if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
-    volumes_.emplace();
-  }
-  static Ref<PXVolumeInfo> at(const std::string& path) {
-    return PXVolumeInfo::initWithPath(path.c_str());
-  }
-  static Ref<PXVolumeInfo> listed(const std::string& path) {
-    for (auto& volume : PXVolumeInfo::allVolumes()) {
-      if (volume->path() == path) return volume;
-    }
-    return nullptr;
-  }
-  std::optional<TestVolumes> volumes_;
-};
-
-class EveryVolume : public RealVolumes, public testing::WithParamInterface<std::string> {};
-
-TEST_P(EveryVolume, IsFoundListedAndMeasured) {
-  auto point = volumes_->make(GetParam(), "vol");
-  ::mkdir((point + "/sub").c_str(), 0755);
-  auto volume = at(point + "/sub");
-  EXPECT_EQ(volume->path(), point);
-  EXPECT_TRUE(volume->isEqual(*listed(point)));
-  EXPECT_TRUE(volume->isBrowsable() && volume->isWritable() && volume->isLocal());
-  EXPECT_EQ(std::string(volume->cFilesystemType()), GetParam());
-  EXPECT_FALSE(volume->hasGetDirEntriesAttr());
-  EXPECT_FALSE(volume->hasExchangeData());
-  EXPECT_FALSE(volume->isEqual(*at("/")));
-  struct statvfs status;
-  ASSERT_EQ(::statvfs(point.c_str(), &status), 0);
-  EXPECT_EQ(volume->totalBytes(), status.f_blocks * status.f_frsize);
-  EXPECT_EQ(volume->blockSize(), status.f_frsize);
-  EXPECT_EQ(volume->optimalXferSize(), status.f_bsize);
-  EXPECT_EQ(volume->maxFileSize(), 0x7FFFFFFFFFFFFFFFu);
-  EXPECT_NE(volume->wholeDeviceIdentifier(), 0u);
-  auto root = volume->rootDirectory();
-  ASSERT_TRUE(root);
-  EXPECT_EQ(root->volumeInfo(), volume);
-  EXPECT_TRUE(root->isMountPoint());
-}
-
-TEST_P(EveryVolume, SwapsTwoItemsExactlyWhenItSaysSo) {
-  auto point = volumes_->make(GetParam(), "vol");
-  std::ofstream(point + "/a") << "a";
-  std::ofstream(point + "/b") << "b";
-  constexpr unsigned kExchange = 2;
-  int result =
-      ::renameat2(AT_FDCWD, (point + "/a").c_str(), AT_FDCWD, (point + "/b").c_str(), kExchange);
-  EXPECT_EQ(result == 0, at(point)->hasSwapping());
-}
-
-TEST_P(EveryVolume, LocatesPathsRelativeToItsRoot) {
-  auto point = volumes_->make(GetParam(), "vol");
-  ::mkdir((point + "/sub").c_str(), 0755);
-  std::ofstream(point + "/sub/x") << "x";
-  auto volume = at(point);
-  auto relative = [&](const std::string& path) {
-    return volume->relativePathOfPath(PXPath::initWithCPath(path));
-  };
-  EXPECT_EQ(relative(point), "");
-  EXPECT_EQ(relative(point + "/sub/x"), "sub/x");
-  EXPECT_EQ(relative("/etc"), std::nullopt);
-  EXPECT_EQ(PXFileInfo::infoForPath(point + "/sub/x")->volumeRelativePath(), "sub/x");
-}
-
-TEST_P(EveryVolume, IsGoneAfterUnmountingAndBusyBefore) {
-  auto point = volumes_->make(GetParam(), "vol");
-  auto volume = at(point);
-  {
-    FileDescriptor open(::open(point.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    auto busy = raisedBy([&] { volume->unmount(); });
-    EXPECT_EQ(detailOf(busy, "POSIXErr"), std::to_string(EBUSY));
-  }
-  volume->unmount();
-  EXPECT_FALSE(listed(point));
-  EXPECT_EQ(detailOf(raisedBy([&] { volume->unmountForcibly(true); }), "POSIXErr"),
-            std::to_string(ENOENT));
-}
-
-std::vector<std::string> kinds() {
-  return TestVolumes::kinds();
-}
-INSTANTIATE_TEST_SUITE_P(Kinds, EveryVolume, testing::ValuesIn(kinds()),
-                         [](auto& info) { return info.param; });
-
-TEST_F(RealVolumes, KnowLabelAndUUIDOfExt4XfsAndBtrfs) {
-  for (std::string kind : {"ext4", "xfs", "btrfs"}) {
-    auto volume = at(volumes_->make(kind, "v" + kind));
-    std::string label = "V";
-    for (char c : kind) label += static_cast<char>(std::toupper(c));
-    EXPECT_EQ(volume->name(), label);
-    EXPECT_NE(volume->uuidCStr(), nullptr) << kind;
-    EXPECT_GT(volume->createdDate().seconds(), 1'000'000'000) << kind;
-  }
-}
-
-TEST_F(RealVolumes, AreToldWhatTheirMountCanDo) {
-  auto ext4 = at(volumes_->make("ext4", "e"));
-  EXPECT_TRUE(ext4->hasJournal() && ext4->hasActiveJournal() && ext4->hasACLs());
-  EXPECT_TRUE(ext4->isCaseSensitive() && ext4->hasHardLinks() && ext4->hasSwapping());
-  EXPECT_FALSE(ext4->hasFileCloning() || ext4->hasSnapshots());
-  auto xfs = at(volumes_->make("xfs", "x"));
-  EXPECT_TRUE(xfs->hasJournal() && xfs->hasFileCloning());
-  auto btrfs = at(volumes_->make("btrfs", "b"));
-  EXPECT_TRUE(btrfs->hasFileCloning() && btrfs->hasSnapshots());
-  auto tmpfs = at(volumes_->make("tmpfs", "t"));
-  EXPECT_FALSE(tmpfs->hasPersistentObjects() || tmpfs->hasJournal());
-
-  auto image = volumes_->makeImage("ext4", "plain");
-  volumes_->run("tune2fs -O ^has_journal " + image);
-  auto plain = at(volumes_->mountImage(image, volumes_->newPoint("p")));
-  EXPECT_FALSE(plain->hasJournal() || plain->hasActiveJournal());
-  image = volumes_->makeImage("btrfs", "listless");
-  EXPECT_FALSE(at(volumes_->mountImage(image, volumes_->newPoint("l"), "loop,noacl"))->hasACLs());
-}
-
-TEST_F(RealVolumes, CannotSwapOrCloneWhereNothingCanBeWritten) {
-  auto point = volumes_->make("btrfs", "b");
-  auto readOnly = at(volumes_->bind(point, "ro", MS_RDONLY | MS_NOSUID | MS_NOEXEC));
-  EXPECT_FALSE(readOnly->isWritable());
-  EXPECT_FALSE(readOnly->allowsSUID());
-  EXPECT_FALSE(readOnly->allowsExec());
-  EXPECT_FALSE(readOnly->hasSwapping() || readOnly->hasFileCloning());
-  EXPECT_TRUE(readOnly->hasExtendedAttributes());
-}
-
-TEST_F(RealVolumes, AreOneThroughABindMountAndTwoAsTwoCopiesOfAnImage) {
-  auto image = volumes_->makeImage("ext4", "one");
-  volumes_->run("cp --sparse=always " + image + " " + (volumes_->folder() / "two.img"));
-  auto one = at(volumes_->mountImage(image, volumes_->newPoint("one")));
-  auto two = at(volumes_->mountImage(volumes_->folder() / "two.img", volumes_->newPoint("two")));
-  EXPECT_STREQ(one->uuidCStr(), two->uuidCStr());
-  EXPECT_FALSE(one->isEqual(*two));
-  auto bound = at(volumes_->bind(one->path(), "bound"));
-  EXPECT_TRUE(bound->isEqual(*one));
-  EXPECT_EQ(bound->hash(), one->hash());
-  EXPECT_NE(bound->path(), one->path());
-  EXPECT_NE(resource::volumeIdentifier(bound->cPath()).value,
-            resource::volumeIdentifier(one->cPath()).value);
-}
-
-TEST_F(RealVolumes, AreTheSameInsideASubvolumeThatIsNoMount) {
-  auto point = volumes_->make("btrfs", "b");
-  volumes_->run("btrfs subvolume create " + point + "/sub");
-  EXPECT_TRUE(at(point + "/sub")->isEqual(*at(point)));
-  EXPECT_TRUE(PXPath::initWithCPath(point)->containsPath(*PXPath::initWithCPath(point + "/sub")));
-}
-
-TEST_F(RealVolumes, AreNotMistakenForWhatIsMountedOverThem) {
-  auto point = volumes_->make("ext4", "e");
-  auto covered = at(point);
-  volumes_->mount("tmpfs", point, "tmpfs", 0, "");
-  auto covering = at(point);
-  EXPECT_FALSE(covering->isEqual(*covered));
-  auto all = PXVolumeInfo::allVolumes();
-  EXPECT_EQ(std::count_if(all.begin(), all.end(), [&](auto& v) { return v->path() == point; }), 1);
-  EXPECT_TRUE(listed(point)->isEqual(*covering));
-  // Whoever unmounts the covered one must not hit the other.
-  EXPECT_EQ(raisedBy([&] { covered->unmount(); }).reason(), "cannot unmount volume");
-  EXPECT_TRUE(at(point)->isEqual(*covering));
-}
-
-TEST_F(RealVolumes, ThatVanishAreNotMistakenForWhatIsBelow) {
-  auto point = volumes_->make("tmpfs", "t");
-  auto volume = at(point);
-  auto size = volume->freeBytes();
-  volumes_->detach(point);
-  LogRecorder log;
-  volume->reloadStats();
-  volume->reloadSizes();
-  EXPECT_EQ(log.texts(classification::Debug).size(), 2u);
-  EXPECT_EQ(volume->freeBytes(), size);
-  EXPECT_EQ(std::string(volume->cFilesystemType()), "tmpfs");
-}
-
-TEST_F(RealVolumes, CanHaveAFileAsMountPoint) {
-  auto file = volumes_->folder().write("file", "content");
-  auto bound = volumes_->bind(file, "over");
-  auto volume = at(bound);
-  EXPECT_EQ(volume->path(), bound);
-  EXPECT_FALSE(volume->rootDirectory());
-  EXPECT_TRUE(listed(bound));
-  EXPECT_EQ(volume->relativePathOfPath(PXPath::initWithCPath(bound)), "");
-}
-
-TEST_F(RealVolumes, KeepMountPointsThatAreNoTextThroughCoding) {
-  PXVolumeInfo::registerClass();
-  auto point = volumes_->newPoint("odd \xff\n name");
-  volumes_->mount("tmpfs", point, "tmpfs", 0, "");
-  auto volume = at(point);
-  EXPECT_EQ(std::string(volume->cPath()), point);
-  PlainKeyedEncoder keyed;
-  volume->encodeWithCoder(keyed);
-  EXPECT_EQ(keyed.fields.size(), 2u);
-  PlainKeyedDecoder decoder(keyed.fields);
-  EXPECT_TRUE(ClassRegistry::shared().find("PXVolumeInfo")->decode(decoder)->isEqual(*volume));
-}
-
-TEST_F(RealVolumes, OfTheKernelAreNotBrowsable) {
-  EXPECT_FALSE(at("/proc")->isBrowsable());
-  EXPECT_FALSE(at("/sys")->isBrowsable());
-  auto browsable = PXVolumeInfo::browsableVolumes();
-  EXPECT_TRUE(std::none_of(browsable.begin(), browsable.end(),
-                           [](auto& volume) { return volume->path() == "/proc"; }));
-}
-
-TEST_F(RealVolumes, FindTheVolumeOfALinkWhereTheLinkIs) {
-  auto point = volumes_->make("tmpfs", "t");
-  ASSERT_EQ(::symlink("/etc", (point + "/link").c_str()), 0);
-  auto link = PXFileInfo::infoForPath(point + "/link");
-  EXPECT_EQ(link->volumeInfo()->path(), point);
-  EXPECT_EQ(link->volumeRelativePath(), "link");
-}
-
-TEST_F(RealVolumes, LocateAPathThatReachesThemByAnotherMount) {
-  auto point = volumes_->make("ext4", "e");
-  ::mkdir((point + "/sub").c_str(), 0755);
-  std::ofstream(point + "/sub/x") << "x";
-  auto bound = volumes_->bind(point + "/sub", "bound");
-  EXPECT_EQ(at(point)->relativePathOfPath(PXPath::initWithCPath(bound + "/x")), "x");
-}
-
-TEST_F(RealVolumes, AnswerInAChrootWhoseRootIsNoMount) {
-  auto point = volumes_->make("tmpfs", "t");
-  ::mkdir((point + "/root").c_str(), 0755);
-  ::mkdir((point + "/root/proc").c_str(), 0755);
-  ::mkdir((point + "/root/sub").c_str(), 0755);
-  volumes_->bind("/proc", "t/root/proc");
-  pid_t child = ::fork();
-  if (child == 0) {
-    if (::chroot((point + "/root").c_str()) != 0 || ::chdir("/") != 0) ::_exit(1);
-    try {
-      auto volume = PXVolumeInfo::initWithPath("/sub");
-      ::_exit(volume->path() == "/" && std::string(volume->cFilesystemType()) == "tmpfs" ? 0 : 2);
-    } catch (...) {
-      ::_exit(3);
-    }
-  }
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
-}
-
-TEST_F(RealVolumes, AnswerTheirAttributesAsTheFileManagerHasThem) {
-  auto point = volumes_->make("tmpfs", "t");
-  auto attributes = at(point)->nsAttributes();
-  ASSERT_TRUE(attributes);
-  EXPECT_EQ((*attributes)["NSFileSystemSize"].integerValue(), 64 << 20);
-  EXPECT_TRUE(attributes->contains("NSFileSystemNodes"));
-  auto result = attributesOfFileSystemForPath("/no such");
-  EXPECT_FALSE(result.value);
-  EXPECT_EQ(result.error->code(), ENOENT);
 }
 
 }  // namespace

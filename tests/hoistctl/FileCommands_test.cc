@@ -108,6 +108,47 @@ TEST_F(Info, SaysOnTheStandardErrorWhatTheSystemRefused) {
   EXPECT_EQ(runProgram("/bin/sh", {"-c", command + " 2>/dev/null"}).output, "");
 }
 
+TEST_F(Info, HasNoTimeOfCreationWhereNoneIsKept) {
+  EXPECT_EQ(hoistctlAsJSON({"info", "/proc/self/status"})[0]["created"], nullptr);
+  for (auto& volume : hoistctlAsJSON({"volumes", "--all"})) {
+    if (volume["path"] == "/proc") {
+      EXPECT_EQ(volume["created"], nullptr);
+    }
+  }
+}
+
+TEST_F(Info, TellsAFolderThatCannotBeReadFromAnEmptyOne) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  for (auto name : {"empty", "closed"}) fs::create_directory(folder_ / name);
+  ::chmod((folder_ / "closed").c_str(), 0711);
+  std::vector<std::string> arguments{
+      "--reuid=65534", "--clear-groups",  HOIST_BUILD_DIR "/bin/hoistctl",
+      "info",          folder_ / "empty", folder_ / "closed"};
+  auto text = runProgram("/usr/bin/setpriv", arguments);
+  EXPECT_EQ(text.status, 0);
+  EXPECT_THAT(text.output, testing::ContainsRegex("count +0\n"));
+  EXPECT_THAT(text.output, testing::ContainsRegex("count +unread\n"));
+  arguments.insert(arguments.begin() + 3, "--json");
+  auto facts = json::parse(runProgram("/usr/bin/setpriv", arguments).output);
+  EXPECT_EQ(facts[0]["count"], 0);
+  EXPECT_EQ(facts[1]["count"], nullptr);
+}
+
+TEST_F(Info, NamesAFolderThatIsGivenByDots) {
+  fs::create_directories(folder_ / "outer/inner");
+  fs::create_symlink("outer/inner", folder_ / "link");
+  // The folder above the one that a link leads to is not the one that the link is in.
+  auto result =
+      runProgram("/usr/bin/env", {"--chdir=" + (folder_ / "outer"), HOIST_BUILD_DIR "/bin/hoistctl",
+                                  "--json", "info", ".", "inner/..", folder_ / "link/.."});
+  EXPECT_EQ(result.status, 0);
+  for (auto& facts : json::parse(result.output)) {
+    EXPECT_EQ(facts["path"], folder_ / "outer");
+    EXPECT_EQ(facts["name"], "outer");
+    EXPECT_EQ(facts["hidden"], false);
+  }
+}
+
 TEST_F(Info, TakesPathsFromWhereItStandsAndShowsThemToPeople) {
   folder_.write("odd\n\xff", "");
   auto result =
@@ -154,6 +195,12 @@ TEST_F(List, SaysWhenAFolderIsNoneOrCannotBeRead) {
                                       HOIST_BUILD_DIR "/bin/hoistctl", "ls", folder_ / "closed"});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.output, HasSubstr("the folder cannot be read"));
+}
+
+TEST_F(List, SaysWhichPathTheSystemRefusedAndWhy) {
+  auto path = folder_ / std::string(300, 'x');
+  EXPECT_THAT(hoistctl({"ls", path}).output,
+              MatchesRegex("hoistctl: " + path + ": IO: .*: File name too long\n"));
 }
 
 TEST_F(List, ShowsWhatIsKnownOfItemsWhoseAttributesAreRefused) {
@@ -226,6 +273,37 @@ TEST_F(List, FailsWhenItsOutputCannotBeWritten) {
   }
 }
 
+TEST_F(List, FailsOnceWhenMuchOutputCannotBeWritten) {
+  for (int i = 0; i < 2000; ++i) folder_.write(std::string(20, 'x') + std::to_string(i), "");
+  for (const char* flag : {"--json", "-l"}) {
+    auto result = runProgram("/bin/sh", {"-c", "exec \"$0\" ls $1 \"$2\" >/dev/full",
+                                         HOIST_BUILD_DIR "/bin/hoistctl", flag, folder_.path()});
+    EXPECT_EQ(result.status, 1) << flag;
+    EXPECT_EQ(result.output, "hoistctl: the output could not be written\n") << flag;
+  }
+}
+
+TEST_F(FileCommands, EndAsEverWhenNobodyReadsTheirErrors) {
+  folder_.write("x", "");
+  struct Case {
+    const char* command;
+    int status;
+  };
+  for (auto [command, status] : {Case{"ls missing", 1}, Case{"info missing", 1},
+                                 Case{"nonsense", 2}, Case{"info x", 0}, Case{"status", 3}}) {
+    for (const char* errors : {"2>/dev/full", "2>&-"}) {
+      auto script = std::string("exec \"$0\" --service com.example.none ") + command +
+                    " >/dev/null " + errors;
+      auto result = runProgram("/usr/bin/env", {"--chdir=" + folder_.path(), "/bin/sh", "-c",
+                                                script, HOIST_BUILD_DIR "/bin/hoistctl"});
+      EXPECT_EQ(result.status, status) << script;
+    }
+  }
+  auto nowhere = runProgram("/bin/sh", {"-c", "exec \"$0\" ls \"$1\" >/dev/full 2>/dev/full",
+                                        HOIST_BUILD_DIR "/bin/hoistctl", folder_.path()});
+  EXPECT_EQ(nowhere.status, 1);
+}
+
 TEST_F(List, FollowsALinkToAFolder) {
   folder_.write("sub/x", "");
   fs::create_symlink("sub", folder_ / "link");
@@ -251,6 +329,17 @@ TEST(Volumes, AreListedWithSizesAndIdentity) {
   EXPECT_EQ((*volume)["writable"], true);
   EXPECT_GT((*volume)["totalBytes"], 50'000'000);
   EXPECT_FALSE(volume->contains("capabilities"));
+}
+
+TEST(Volumes, ThatCannotBeListedAreAFailureWithTheSystemsReason) {
+  if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
+  TestVolumes volumes;
+  // Without the kernel's mount table.
+  volumes.mount("tmpfs", "/proc", "tmpfs", 0, "");
+  auto result = hoistctl({"volumes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output,
+            "hoistctl: IO: cannot get count of mounted volumes: No such file or directory\n");
 }
 
 TEST(Volumes, TellWhatTheyCanDoOnDemand) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <optional>
 #include <regex>
 
@@ -19,19 +20,22 @@
 #include "platform/KeyedUnarchiver.h"
 #include "platform/files/FileManager.h"
 #include "platform/files/NewFolder.h"
+#include "support/AsUser.h"
+#include "support/PlainCoders.h"
 #include "support/Raised.h"
 #include "support/RecordingLogger.h"
 #include "support/TestVolumes.h"
+#include "values/product.h"
 
 namespace hoist {
 namespace {
 
-// A location at any place, as only a test needs one.
 // The identifier of the line that this one was logged in.
 std::string parentOf(const LoggedLine& line) {
   return line.line.substr(0, line.line.rfind('.'));
 }
 
+// A location at any place, as only a test needs one.
 class FixedPath final : public KLPath {
  public:
   explicit FixedPath(std::string path) : KLPath(std::nullopt), path_(std::move(path)) {}
@@ -42,6 +46,9 @@ class FixedPath final : public KLPath {
  private:
   std::string path_;
 };
+
+// "daemon", whose home is not root's.
+constexpr uid_t kUserWithHome = 1;
 
 struct stat statusOf(const std::string& path) {
   struct stat status {};
@@ -123,6 +130,7 @@ TEST_F(Location, SaysWhyWhenAFileIsInItsPlace) {
   auto folder = find("Folder: ");
   EXPECT_EQ(folder.classification, classification::Details);
   EXPECT_EQ(parentOf(folder), lines[0].line);
+  EXPECT_NE(folder.text.find(folder_ / "file"), std::string::npos);
   auto item = find("Item already exists; probably a file where a folder should be");
   EXPECT_EQ(item.classification, classification::Plain);
   EXPECT_EQ(parentOf(item), lines[0].line);
@@ -149,6 +157,28 @@ TEST_F(Location, SaysWhyWhenTheEnclosingFolderIsMissingOrRefuses) {
   EXPECT_TRUE(std::any_of(texts.begin(), texts.end(), [](auto& text) {
     return text.find("NSFileTypeDirectory") != std::string::npos;
   }));
+}
+
+// Somebody else makes the folder between the look and the making.
+class RacedPath final : public KLPath {
+ public:
+  explicit RacedPath(std::string path) : KLPath(std::nullopt), path_(std::move(path)) {}
+  bool exists() override { return looks_++ > 0 && KLPath::exists(); }
+
+ protected:
+  std::optional<std::string> constructPath() const override { return path_; }
+
+ private:
+  std::string path_;
+  int looks_ = 0;
+};
+
+TEST_F(Location, IsThereWhenSomebodyElseWasFasterInMakingIt) {
+  ::mkdir((folder_ / "x").c_str(), 0755);
+  folder_.write("file", "");
+  make<RacedPath>(folder_ / "x")->create();
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_THROW(make<RacedPath>(folder_ / "file")->create(), KLException);
 }
 
 TEST_F(Location, IsNotALinkToAFolder) {
@@ -206,6 +236,20 @@ TEST_F(Location, IsArchivedByHowItIsFound) {
   ASSERT_TRUE(root);
   EXPECT_EQ(root->standardDirectory(), 5u);
   EXPECT_EQ(root->domainMask(), 2u);
+}
+
+TEST_F(Location, IsArchivedUnderTheStatedKeys) {
+  Dictionary attributes = {{files::kFilePosixPermissions, 0700}};
+  PlainKeyedEncoder plain, standard, inner;
+  KLPath::initWithAttributes(attributes)->encodeWithCoder(plain);
+  EXPECT_EQ(plain.fields, (Dictionary{{"attrs", attributes}}));
+  KLStandardPath::initWithStandardDirectory(14, 2, attributes)->encodeWithCoder(standard);
+  EXPECT_EQ(standard.fields,
+            (Dictionary{{"attrs", attributes}, {"wellknown", 14}, {"domains", 2}}));
+  auto enclosing = base();
+  KLSubPath::initWithName("x", enclosing)->encodeWithCoder(inner);
+  EXPECT_EQ(inner.fields,
+            (Dictionary{{"enclosing", Value(Ref<Object>(enclosing))}, {"folder", "x"}}));
 }
 
 TEST_F(Location, DecodedWithoutItsFieldsLeadsNowhere) {
@@ -305,6 +349,19 @@ TEST_F(SystemLocations, OfTheBootVolumeDependOnWhereTheHomeLies) {
   EXPECT_EQ(bootPathInChild(), home_ + "/.local/share/Kelvo");
 }
 
+TEST_F(SystemLocations, ResolveAnewWhereTheyAreDecoded) {
+  KLPath::registerClasses();
+  auto location = KLPath::userLogsPath();
+  EXPECT_EQ(location->path(), home_ + "/.local/share/Logs");
+  auto archive = KeyedArchiver::archivedDataWithRootObject(Value(location));
+  AsUser user(kUserWithHome);
+  auto decoded = KeyedUnarchiver::unarchivedObjectOfClasses({"KLPath"}, archive);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->objectAs<KLPath>()->path(),
+            *homeDirectory(kUserWithHome) + "/.local/share/Logs");
+  EXPECT_EQ(location->path(), home_ + "/.local/share/Logs");
+}
+
 TEST_F(SystemLocations, AcceptALinkInThePlaceOfAStandardFolder) {
   ::mkdir((home_ + "/.local").c_str(), 0700);
   ::mkdir((home_ + "/data").c_str(), 0700);
@@ -312,6 +369,22 @@ TEST_F(SystemLocations, AcceptALinkInThePlaceOfAStandardFolder) {
   EXPECT_TRUE(KLPath::userApplicationSupportPath()->exists());
   KLPath::userKLApplicationSupportPath()->create();
   EXPECT_EQ(statusOf(home_ + "/data/Kelvo").st_mode & 07777, 0700u);
+}
+
+TEST_F(SystemLocations, AskTheClientsPreferencesWhetherItWantsAHelper) {
+  // Preferences are kept for the life of a process: each case in one of its own.
+  auto usesHelperInChild = [] {
+    pid_t child = ::fork();
+    if (child == 0) ::_exit(KLPath::usesPrivilegedHelper() ? 1 : 0);
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+  };
+  EXPECT_EQ(usesHelperInChild(), 1);
+  ::mkdir((home_ + "/.config").c_str(), 0700);
+  std::ofstream(home_ + "/.config/" + std::string(product::kClientDomain) + ".plist")
+      << "<plist version=\"1.0\"><dict><key>KLUseAdminPrivileges</key><false/></dict></plist>";
+  EXPECT_EQ(usesHelperInChild(), 0);
 }
 
 // ---- The home of a set-user-ID tool ----
@@ -331,6 +404,16 @@ TEST(HomeOverride, IsTheToolsFolderElsewhereAndNeverTheRoot) {
   EXPECT_EQ(homeOverrideForExecutable(tool), folder / "bin");
   EXPECT_EQ(homeOverrideForExecutable(folder / "missing"), std::nullopt);
   EXPECT_EQ(homeOverrideForExecutable("/missing"), std::nullopt);
+}
+
+TEST(HomeOverride, IsNoneWhereTheProductFolderIsBelowNoHome) {
+  if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
+  TestVolumes volumes;
+  volumes.mount("tmpfs", "/mnt", "tmpfs", 0, "");
+  ASSERT_EQ(::mkdir("/mnt/Kelvo", 0755), 0);
+  std::ofstream("/mnt/Kelvo/tool") << "tool";
+  ASSERT_EQ(::chmod("/mnt/Kelvo/tool", 04755), 0);
+  EXPECT_EQ(homeOverrideForExecutable("/mnt/Kelvo/tool"), std::nullopt);
 }
 
 TEST(HomeOverride, OfAnOrdinaryProgramIsNone) {

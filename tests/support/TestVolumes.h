@@ -74,8 +74,8 @@ class TestVolumes {
       mount("tmpfs", point, "tmpfs", 0, "size=" + std::to_string(size) + "m");
     } else if (kind == "overlay") {
       makeOverlay(point, name);
-    } else if (kind == "fuse") {
-      makeFUSE(point, name);
+    } else if (kind == "fuse" || kind.starts_with("fuse.")) {
+      makeFUSE(point, name, kind);
     } else if (auto program = byProgram(kind)) {
       mountByProgram(*program, makeImage(kind, name, mebibytes), point);
     } else {
@@ -162,12 +162,16 @@ class TestVolumes {
         "lowerdir=" + layers + "/lower,upperdir=" + layers + "/upper,workdir=" + layers + "/work");
   }
 
-  void makeFUSE(const std::string& point, const std::string& name) {
+  // Of the type "fuse.NAME" it is the same program.
+  void makeFUSE(const std::string& point, const std::string& name, const std::string& kind) {
+    auto dot = kind.find('.');
+    auto options = "dev,suid" + (dot == kind.npos ? "" : ",subtype=" + kind.substr(dot + 1));
     auto source = newPoint(name + ".source");
     pid_t child = ::fork();
     if (child == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-      ::execlp("bindfs", "bindfs", "-f", "-o", "dev,suid", source.c_str(), point.c_str(), nullptr);
+      ::execlp("bindfs", "bindfs", "-f", "-o", options.c_str(), source.c_str(), point.c_str(),
+               nullptr);
       ::_exit(127);
     }
     children_.push_back(child);

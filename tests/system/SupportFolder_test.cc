@@ -107,6 +107,16 @@ TEST_F(SupportFolder, ThatIsThereIsLeftAsItIs) {
               HasSubstr("(Caution) Folder " + kFolder + " belongs to user 20001 with mode 0711"));
 }
 
+TEST_F(SupportFolder, ThatItsUserCannotReachIsSaidToBeRefused) {
+  ::chmod("/var/lib", 0700);
+  auto result = ask();
+  ::chmod("/var/lib", 0755);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.json["error"],
+            kFolder + ": IO: failed to probe object vtype: Permission denied");
+  EXPECT_EQ(statusOf(kFolder).st_uid, kUser);
+}
+
 TEST_F(SupportFolder, IsMadeForTwentyClientsAtOnce) {
   constexpr int kClients = 20;
   constexpr int kUsers = 5;

@@ -11,14 +11,31 @@
 
 #include <climits>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 
 #include "filesystem/PXDirectory.h"
 #include "filesystem/PXRegularFile.h"
 #include "filesystem/PXVolumeInfo.h"
+#include "hoistctl/CommandError.h"
+#include "platform/FilePaths.h"
 
 namespace hoist::ctl {
 namespace {
+
+// Not cleaned: "link/.." is a question for the file system, which also knows the name of what ends
+// in a dot.
+std::string absolutePath(const std::string& path) {
+  auto name = baseName(path);
+  if (name == "." || name == "..") {
+    if (auto real = realPath(path.c_str())) return *real;
+  }
+  if (path.empty() || path.starts_with('/')) return path;
+  std::error_code error;
+  auto here = std::filesystem::current_path(error);
+  if (error) throw CommandError(Failure::Refused, "the current folder: " + error.message());
+  return joinPath(here.string(), path);
+}
 
 char typeLetter(VnodeType type) {
   switch (type) {
@@ -65,6 +82,10 @@ Json accessListAsJson(PXFileInfo& item) {
 }
 
 }  // namespace
+
+Ref<PXFileInfo> itemAt(const std::string& path) {
+  return PXFileInfo::infoForCPath(absolutePath(path));
+}
 
 std::string typeName(const PXFileInfo& item) {
   switch (item.type()) {
@@ -125,6 +146,11 @@ std::string exactTime(const timespec& time) {
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", calendar, time.tv_nsec);
 }
 
+Json createdAsJson(const timespec& time) {
+  bool isKnown = time.tv_sec != 0 || time.tv_nsec != 0;
+  return isKnown ? Json(exactTime(time)) : Json();
+}
+
 std::string localTime(const timespec& time) {
   std::tm calendar;
   if (!::localtime_r(&time.tv_sec, &calendar)) return fmt::format("@{}", time.tv_sec);
@@ -163,7 +189,7 @@ Json attributesAsJson(PXFileInfo& item, Accounts& accounts) {
   json["groupID"] = item.groupID();
   json["group"] = accounts.group(item.groupID());
   json["links"] = item.linkCount();
-  json["created"] = exactTime(item.createdTimeSpec());
+  json["created"] = createdAsJson(item.createdTimeSpec());
   json["modified"] = exactTime(item.modifiedTimeSpec());
   json["changed"] = exactTime(item.attributeChangedTimeSpec());
   json["fileFlags"] = fmt::format("{:#x}", item.fileFlags());
@@ -176,7 +202,9 @@ Json factsAsJson(PXFileInfo& item, Accounts& accounts) {
   Json json{{"path", item.path()}};
   json.update(attributesAsJson(item, accounts));
   if (auto directory = item.asDirectory()) {
-    json["count"] = directory->count();
+    // Of a folder that cannot be read, nothing; which is not none.
+    bool isReadable = item.effectiveAccess() & 4;
+    json["count"] = isReadable ? Json(directory->count()) : Json();
     json["mountPoint"] = directory->isMountPoint();
     json["package"] = directory->isPackage();
   }

@@ -15,6 +15,10 @@ namespace hoist::ctl {
 
 // What is known about one item of the file system, for people and as JSON.
 
+// The item at a path as a person gives it: relative to the current folder, links not followed. Null
+// for what no object stands for. Throws CommandError, and what the probe raises.
+Ref<PXFileInfo> itemAt(const std::string& path);
+
 // "directory", "regular file" ...
 std::string typeName(const PXFileInfo& item);
 // Bytes; nothing for what has no content.
@@ -29,6 +33,8 @@ std::string typeText(const PXFileInfo& item);
 // "2024-03-05T13:07:09.000000001Z"; in a year that no calendar reaches, the seconds since 1970
 // after an "@", as date(1) takes them.
 std::string exactTime(const timespec& time);
+// The same; null for 0, which stands for none: not every file system keeps times of creation.
+Json createdAsJson(const timespec& time);
 // "2024-03-05 13:07", local; else likewise.
 std::string localTime(const timespec& time);
 

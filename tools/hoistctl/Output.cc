@@ -5,7 +5,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 
+#include "exceptions/KLException.h"
 #include "platform/CharacterSets.h"
 #include "platform/Utf8.h"
 
@@ -24,6 +26,17 @@ std::size_t widthOf(std::string_view text) {
 
 void printJson(const Json& json) {
   fmt::print("{}\n", json.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+void printToError(std::string_view text) noexcept {
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  std::fflush(stderr);
+}
+
+std::string reasonOf(const Exception& exception) {
+  auto cause = exception.userInfo().find(detail_key::ErrDescription);
+  if (cause == exception.userInfo().end()) return exception.what();
+  return fmt::format("{}: {}", exception.what(), cause->second.description());
 }
 
 std::string shown(std::string_view bytes) {

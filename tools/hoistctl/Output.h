@@ -7,12 +7,23 @@
 #include <string_view>
 #include <vector>
 
+namespace hoist {
+class Exception;
+}
+
 namespace hoist::ctl {
 
 using Json = nlohmann::ordered_json;
 
 // On the standard output. Bytes that are no UTF-8 are shown as U+FFFD: the output stays JSON.
 void printJson(const Json& json);
+
+// On the standard error, at once and as far as it takes it: a program is not ended by a reader that
+// has gone. Never throws.
+void printToError(std::string_view text) noexcept;
+
+// What was tried, and what the system said to it.
+std::string reasonOf(const Exception& exception);
 
 // Bytes as a terminal may have them: control characters and bytes that are no UTF-8 as a backslash
 // and three octal digits, a backslash twice.

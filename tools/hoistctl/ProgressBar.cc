@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+
+#include "hoistctl/Output.h"
 
 namespace hoist::ctl {
 namespace {
@@ -32,8 +33,7 @@ ProgressBar::~ProgressBar() {
 
 void ProgressBar::show(const std::string& text) {
   if (!isShown_) return;
-  fmt::print(stderr, "{}{}", kEraseLine, text);
-  std::fflush(stderr);
+  printToError(kEraseLine + text);
 }
 
 }  // namespace hoist::ctl

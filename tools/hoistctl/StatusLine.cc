@@ -37,7 +37,7 @@ StatusLine::~StatusLine() {
 void StatusLine::show(const std::string& state, const std::string& text) {
   if (silent_) return;
   if (!terminal_) {
-    if (state != lastState_) fmt::print(stderr, "{}\n", state);
+    if (state != lastState_) printToError(state + "\n");
     lastState_ = state;
     return;
   }
@@ -47,15 +47,13 @@ void StatusLine::show(const std::string& state, const std::string& text) {
   std::string line =
       fmt::format("{:<10} {:02}:{:02}  {}", state, seconds / 60, seconds % 60, shown(text));
   // One line, whatever the text: a wrapped one could not be written over.
-  fmt::print(stderr, "{}{} {}", kStartOver, kSpinner[shown_++ % kSpinner.size()],
-             cutUTF8(line, columns() - 3));
-  std::fflush(stderr);
+  printToError(fmt::format("{}{} {}", kStartOver, kSpinner[shown_++ % kSpinner.size()],
+                           cutUTF8(line, columns() - 3)));
 }
 
 void StatusLine::clear() {
   if (!terminal_ || shown_ == 0) return;
-  fmt::print(stderr, "{}", kStartOver);
-  std::fflush(stderr);
+  printToError(kStartOver);
   shown_ = 0;
 }
 

@@ -8,6 +8,7 @@
 #include "hoistctl/HoistClient.h"
 #include "hoistctl/Output.h"
 #include "locations/KLPath.h"
+#include "platform/Exception.h"
 
 namespace hoist::ctl {
 
@@ -18,7 +19,12 @@ void addSupportFolderCommand(CLI::App& app, const Common& common) {
     HoistClient(common.serviceName).createSupportFolder();
     // It is not answered whether that worked; the folder is there or it is not.
     auto folder = KLPath::perUserLocalKLApplicationSupportPath();
-    auto info = PXFileInfo::infoForPath(*folder->path());
+    Ref<PXFileInfo> info;
+    try {
+      info = PXFileInfo::infoForPath(*folder->path());
+    } catch (const Exception& exception) {
+      throw CommandError(Failure::Refused, *folder->path() + ": " + reasonOf(exception));
+    }
     if (!info->isDirectory() || info->ownerID() != ::geteuid())
       throw CommandError(Failure::Refused, "the hoist could not make the folder; its log says why");
     if (common.json) {

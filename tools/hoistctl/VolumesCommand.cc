@@ -59,7 +59,7 @@ Json volumeAsJson(const PXVolumeInfo& volume, bool withCapabilities) {
             {"type", volume.cFilesystemType()},
             {"device", volume.deviceName()},
             {"identity", volume.syntheticUUID()},
-            {"created", exactTime(volume.createdTimeSpec())},
+            {"created", createdAsJson(volume.createdTimeSpec())},
             {"totalBytes", volume.totalBytes()},
             {"freeBytes", volume.freeBytes()},
             {"availableBytes", volume.availableBytes()},

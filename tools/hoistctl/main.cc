@@ -5,14 +5,13 @@
 // no sense, 3 when hoist or helper cannot be reached, 4 when the helper's command ended with an
 // exception.
 
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "hoistctl/Commands.h"
 #include "hoistctl/HoistClient.h"
+#include "hoistctl/Output.h"
 #include "logging/Logger.h"
 #include "platform/Exception.h"
 #include "values/product.h"
@@ -31,11 +30,13 @@ class SilentLogger final : public hoist::Logger {
 };
 
 int fail(const hoist::ctl::Common& common, int status, const std::string& message) {
+  using namespace hoist::ctl;
   if (common.json) {
-    fmt::print("{}\n", nlohmann::json{{"error", message}, {"status", status}}.dump(
-                           2, ' ', false, nlohmann::json::error_handler_t::replace));
+    std::puts(Json{{"error", message}, {"status", status}}
+                  .dump(2, ' ', false, Json::error_handler_t::replace)
+                  .c_str());
   } else {
-    fmt::print(stderr, "hoistctl: {}\n", message);
+    printToError("hoistctl: " + message + "\n");
   }
   return status;
 }
@@ -43,7 +44,7 @@ int fail(const hoist::ctl::Common& common, int status, const std::string& messag
 // What did not reach its reader was not done: a disk can be full.
 int withOutputWritten(int status) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-  fmt::print(stderr, "hoistctl: the output could not be written\n");
+  hoist::ctl::printToError("hoistctl: the output could not be written\n");
   return static_cast<int>(hoist::ctl::Failure::Refused);
 }
 
@@ -77,8 +78,10 @@ int run(int argc, char** argv) {
   } catch (const ctl::Reported& error) {
     return static_cast<int>(error.kind());
   } catch (const Exception& error) {
-    return fail(common, static_cast<int>(ctl::Failure::Refused), error.what());
+    return fail(common, static_cast<int>(ctl::Failure::Refused), ctl::reasonOf(error));
   } catch (const std::exception& error) {
+    // An output that cannot be written is reported at the end.
+    if (std::ferror(stdout) != 0) return static_cast<int>(ctl::Failure::Refused);
     return fail(common, static_cast<int>(ctl::Failure::Unreachable), error.what());
   }
   return 0;

@@ -42,10 +42,8 @@ bool contains(const Names& names, std::string_view name) {
 }
 
 bool isHidden(libmnt_fs* fs, std::string_view type) {
-  if (hasOptionIn(mnt_fs_get_user_options(fs), "x-gvfs-hide") ||
-      hasOptionIn(mnt_fs_get_options(fs), "x-gvfs-hide")) {
-    return true;
-  }
+  // All of them: the kernel's and the tools'.
+  if (hasOptionIn(mnt_fs_get_options(fs), "x-gvfs-hide")) return true;
   if (type == "fuse" || type.starts_with("fuse.") || type.starts_with("fuseblk")) return false;
   return mnt_fs_is_pseudofs(fs) && !contains(kBrowsablePseudoTypes, type);
 }

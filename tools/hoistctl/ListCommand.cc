@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/format.h>
 
-#include <filesystem>
 #include <memory>
 
 #include "exceptions/KLException.h"
@@ -13,72 +12,40 @@
 #include "hoistctl/ItemFacts.h"
 #include "hoistctl/Output.h"
 #include "platform/Exception.h"
-#include "platform/FilePaths.h"
 
-// info and ls: the file objects, as a person or a script sees them.
+// ls: a folder, or a tree of them, as the file objects read it.
 
 namespace hoist::ctl {
 namespace {
 
-// Not cleaned: "link/.." is a question for the file system.
-std::string absolutePath(const std::string& path) {
-  if (path.empty() || path.starts_with('/')) return path;
-  std::error_code error;
-  auto here = std::filesystem::current_path(error);
-  if (error) throw CommandError(Failure::Refused, "the current folder: " + error.message());
-  return joinPath(here.string(), path);
-}
-
-// What was tried, and what the system said to it.
-std::string reasonOf(const Exception& exception) {
-  auto cause = exception.userInfo().find(detail_key::ErrDescription);
-  if (cause == exception.userInfo().end()) return exception.what();
-  return fmt::format("{}: {}", exception.what(), cause->second.description());
-}
-
-Json infoAsJson(const std::string& path, Accounts& accounts) {
-  try {
-    auto item = PXFileInfo::infoForCPath(absolutePath(path));
-    if (item && item->exists()) return factsAsJson(*item, accounts);
-    return {{"path", path}, {"error", "there is nothing"}};
-  } catch (const Exception& exception) {
-    return {{"path", path}, {"error", reasonOf(exception)}};
-  }
-}
-
-std::string valueText(const Json& value) {
-  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-  if (value.is_string()) return shown(value.get_ref<const std::string&>());
-  return value.is_null() ? "none" : value.dump();
-}
-
-void printInfo(const Json& facts) {
-  if (facts.contains("error")) {
-    fmt::print(stderr, "hoistctl: {}: {}\n", valueText(facts["path"]), valueText(facts["error"]));
-    return;
-  }
-  fmt::print("{}\n", valueText(facts["path"]));
-  Table table({{}, {}, {}});
-  for (auto& [key, value] : facts.items()) {
-    if (key == "path") continue;
-    if (!value.is_object()) {
-      table.add({"", key, valueText(value)});
-      continue;
-    }
-    for (auto& [inner, innerValue] : value.items()) {
-      table.add({"", fmt::format("{} {}", key, inner), valueText(innerValue)});
-    }
-  }
-  table.print();
-}
-
 constexpr const char* kUnreadable = "the folder cannot be read";
 
-Ref<PXDirectory> directoryAt(const std::string& path) {
-  auto item = PXFileInfo::infoForCPath(absolutePath(path));
+struct ListOptions {
+  std::string folder = ".";
+  bool isLong = false;
+  bool isRecursive = false;
+};
+
+[[noreturn]] void refuse(const ListOptions& options, const std::string& reason) {
+  throw CommandError(Failure::Refused, shown(options.folder) + ": " + reason);
+}
+
+// What the file system refuses is said with the path.
+template <class Code>
+auto orRefuse(const ListOptions& options, Code&& code) {
+  try {
+    return code();
+  } catch (const Exception& exception) {
+    refuse(options, reasonOf(exception));
+  }
+}
+
+Ref<PXDirectory> folderOf(const ListOptions& options) {
+  auto item = orRefuse(options, [&] { return itemAt(options.folder); });
   // Links lead to what is listed.
-  auto directory = item ? item->hardened()->asDirectory() : nullptr;
-  if (!directory) throw CommandError(Failure::Refused, shown(path) + ": no such folder");
+  if (item) item = orRefuse(options, [&] { return item->hardened(); });
+  auto directory = item ? item->asDirectory() : nullptr;
+  if (!directory) refuse(options, "no such folder");
   return directory;
 }
 
@@ -126,20 +93,11 @@ Json listAsJson(const PXDirectory& directory, Accounts& accounts) {
   return list;
 }
 
-struct ListOptions {
-  std::string folder = ".";
-  bool isLong = false;
-  bool isRecursive = false;
-};
-
 void listFolder(const ListOptions& options, bool json) {
   Accounts accounts;
-  auto directory = directoryAt(options.folder);
-  directory->lazyDirectoryRead();
-  if (!directory->contentsAreRead()) {
-    throw CommandError(Failure::Refused, fmt::format("{}: {}", shown(options.folder), kUnreadable));
-  }
-  directory->sort();
+  auto directory = folderOf(options);
+  orRefuse(options, [&] { directory->sort(); });
+  if (!directory->contentsAreRead()) refuse(options, kUnreadable);
   if (json) return printJson(listAsJson(*directory, accounts));
   printList(*directory, options.isLong, accounts);
 }
@@ -164,7 +122,7 @@ class TreeList {
   void addFailure(const std::string& path, const std::string& reason) {
     failed_ = true;
     if (json_) return folders_.push_back({{"path", path}, {"error", reason}});
-    fmt::print(stderr, "hoistctl: {}: {}\n", shown(path), reason);
+    printToError(fmt::format("hoistctl: {}: {}\n", shown(path), reason));
   }
   void end() const {
     if (json_) printJson(folders_);
@@ -182,7 +140,7 @@ class TreeList {
 
 void listTree(const ListOptions& options, bool json) {
   TreeList list(options, json);
-  PXDirectoryWalk walk(directoryAt(options.folder)->pathObject(), PXDirectoryWalk::Order::ByName);
+  PXDirectoryWalk walk(folderOf(options)->pathObject(), PXDirectoryWalk::Order::ByName);
   for (;;) {
     try {
       auto directory = walk.next();
@@ -199,27 +157,6 @@ void listTree(const ListOptions& options, bool json) {
 }
 
 }  // namespace
-
-void addInfoCommand(CLI::App& app, const Common& common) {
-  auto paths = std::make_shared<std::vector<std::string>>();
-  auto command = app.add_subcommand("info", "Show all that is known about items");
-  command->add_option("path", *paths, "The items; links are not followed")->required();
-  command->callback([&common, paths] {
-    Accounts accounts;
-    auto all = Json::array();
-    bool failed = false;
-    for (const auto& path : *paths) {
-      all.push_back(infoAsJson(path, accounts));
-      failed = failed || all.back().contains("error");
-    }
-    if (common.json) {
-      printJson(all);
-    } else {
-      for (const auto& facts : all) printInfo(facts);
-    }
-    if (failed) throw Reported(Failure::Refused);
-  });
-}
 
 void addListCommand(CLI::App& app, const Common& common) {
   auto options = std::make_shared<ListOptions>();
