@@ -19,6 +19,7 @@
 #include "platform/SystemCall.h"
 #include "platform/files/AttributeCopy.h"
 #include "platform/files/FileContent.h"
+#include "platform/files/FolderNesting.h"
 #include "platform/files/ItemPlace.h"
 #include "platform/files/TreeWalk.h"
 
@@ -208,7 +209,7 @@ void copyTree(const std::string& from, const std::string& to) {
   if (::fstatat(target.folder.get(), target.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0) {
     throw SystemCallError(EEXIST, "copy", to);
   }
-  if (S_ISDIR(status.st_mode) && isInsideFolder(target.folder.get(), status)) {
+  if (S_ISDIR(status.st_mode) && isInsideFolder(target.folder.get(), source.openFolder().get())) {
     throw SystemCallError(EINVAL, "copy", to);
   }
   FolderEntry top{source.name, static_cast<unsigned char>(IFTODT(status.st_mode)), 0};

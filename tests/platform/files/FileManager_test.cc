@@ -386,7 +386,7 @@ TEST(Removal, LeavesAloneWhatIsMountedInTheTree) {
   EXPECT_TRUE(isThere(precious + "/x"));
 }
 
-TEST(Replacing, IsRefusedForOneItemAndForAFolderThatHoldsTheSource) {
+TEST(Replacing, IsRefusedForOneItemAndWhereOneHoldsTheOther) {
   TemporaryFolder folder;
   folder.write("t/sub/x", "");
   folder.write("y", "");
@@ -394,6 +394,8 @@ TEST(Replacing, IsRefusedForOneItemAndForAFolderThatHoldsTheSource) {
   EXPECT_TRUE(refusalToReplace(folder / "t", folder / "t"));
   EXPECT_TRUE(refusalToReplace(folder / "y", folder / "z"));
   EXPECT_TRUE(refusalToReplace(folder / "t/sub/x", folder / "t"));
+  EXPECT_TRUE(refusalToReplace(folder / "t", folder / "t/sub"));
+  EXPECT_TRUE(refusalToReplace(folder / "t", folder / "t/sub/x"));
   EXPECT_FALSE(refusalToReplace(folder / "t", folder / "y"));
   EXPECT_FALSE(refusalToReplace(folder / "y", folder / "t"));
   EXPECT_FALSE(refusalToReplace(folder / "y", folder / "missing"));
