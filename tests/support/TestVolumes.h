@@ -85,6 +85,14 @@ class TestVolumes {
     return point;
   }
 
+  // A FUSE file system that anybody may write to and that shows every item as root's.
+  std::string makeRootsOwn(const std::string& name) {
+    auto point = newPoint(name);
+    makeFUSE(point, name,
+             {"--force-user=root", "--perms=a+rwX", "-o", "allow_other,default_permissions"});
+    return point;
+  }
+
   // An image file with an empty file system; labelled with the name in capitals.
   std::string makeImage(const std::string& kind, const std::string& name, int mebibytes = 0) {
     auto image = folder_ / (name + ".img");
@@ -162,12 +170,16 @@ class TestVolumes {
         "lowerdir=" + layers + "/lower,upperdir=" + layers + "/upper,workdir=" + layers + "/work");
   }
 
-  void makeFUSE(const std::string& point, const std::string& name) {
+  void makeFUSE(const std::string& point, const std::string& name,
+                const std::vector<const char*>& options = {"-o", "dev,suid"}) {
     auto source = newPoint(name + ".source");
+    std::vector<const char*> command = {"bindfs", "-f"};
+    command.insert(command.end(), options.begin(), options.end());
+    command.insert(command.end(), {source.c_str(), point.c_str(), nullptr});
     pid_t child = ::fork();
     if (child == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-      ::execlp("bindfs", "bindfs", "-f", "-o", "dev,suid", source.c_str(), point.c_str(), nullptr);
+      ::execvp("bindfs", const_cast<char**>(command.data()));
       ::_exit(127);
     }
     children_.push_back(child);

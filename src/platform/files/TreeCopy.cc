@@ -47,18 +47,20 @@ class Copy final : public TreeVisitor {
   void item(int parent, const FolderEntry& entry) override;
 
  private:
+  // Whether the next entry is the top of the tree. What is below it inherits nothing from above.
+  bool isTop() const { return folders_.empty(); }
   // The folder of the target that the walk is in, and the name there for an entry: the top of the
   // tree has the target's name.
-  int targetFolder() const { return folders_.empty() ? target_.folder.get() : folders_.top(); }
+  int targetFolder() const { return isTop() ? target_.folder.get() : folders_.top(); }
   const char* targetName(const FolderEntry& entry) const {
-    return folders_.empty() ? target_.name.c_str() : entry.name.c_str();
+    return isTop() ? target_.name.c_str() : entry.name.c_str();
   }
   std::string targetPath(const FolderEntry& entry) const;
 
   struct stat statusOf(int file, const FolderEntry& entry) const;
   void copyFile(int parent, const FolderEntry& entry);
   void copyLink(int parent, const FolderEntry& entry, const struct stat& status);
-  void copySpecialFile(const FolderEntry& entry, const struct stat& status);
+  void copySpecialFile(int parent, const FolderEntry& entry, const struct stat& status);
   // Gives the file its further name if it has been copied under another one.
   bool linkToCopy(const FolderEntry& entry, const struct stat& status);
   void rememberCopy(const FolderEntry& entry, const struct stat& status);
@@ -98,6 +100,7 @@ FileDescriptor Copy::enter(int parent, const FolderEntry& entry) {
   FileDescriptor made(
       ::openat(targetFolder(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!made) throwSystemCallError("openat", targetPath(entry));
+  if (isTop()) dropInheritedLists(made.get());
   names_.emplace_back(name);
   folders_.enter(std::move(made));
   return source;
@@ -122,7 +125,7 @@ void Copy::item(int parent, const FolderEntry& entry) {
   if (S_ISLNK(status.st_mode)) {
     copyLink(parent, entry, status);
   } else {
-    copySpecialFile(entry, status);
+    copySpecialFile(parent, entry, status);
   }
   rememberCopy(entry, status);
 }
@@ -142,6 +145,7 @@ void Copy::copyFile(int parent, const FolderEntry& entry) {
   if (!made) throwSystemCallError("openat", targetPath(entry));
   LazyPath sourcePath = [&] { return pathOf(entry); };
   LazyPath path = [&] { return targetPath(entry); };
+  if (isTop()) dropInheritedLists(made.get());
   try {
     content_.copy(source.get(), status, sourcePath, made.get(), path);
     copyAttributes(source.get(), status, made.get(), path);
@@ -160,16 +164,19 @@ void Copy::copyLink(int parent, const FolderEntry& entry, const struct stat& sta
   LazyPath path = [&] { return targetPath(entry); };
   systemCallOn(path, "symlinkat",
                [&] { return ::symlinkat(target.c_str(), targetFolder(), targetName(entry)); });
-  copyAttributesByName(status, targetFolder(), targetName(entry), path);
+  copyAttributesByName({parent, entry.name.c_str()}, status, {targetFolder(), targetName(entry)},
+                       path);
 }
 
-void Copy::copySpecialFile(const FolderEntry& entry, const struct stat& status) {
+void Copy::copySpecialFile(int parent, const FolderEntry& entry, const struct stat& status) {
   LazyPath path = [&] { return targetPath(entry); };
   systemCallOn(path, "mknodat", [&] {
     return ::mknodat(targetFolder(), targetName(entry), (status.st_mode & S_IFMT) | kPrivateFile,
                      status.st_rdev);
   });
-  copyAttributesByName(status, targetFolder(), targetName(entry), path);
+  ItemName made{targetFolder(), targetName(entry)};
+  if (isTop()) dropInheritedLists(made);
+  copyAttributesByName({parent, entry.name.c_str()}, status, made, path);
 }
 
 void Copy::rememberCopy(const FolderEntry& entry, const struct stat& status) {
