@@ -12,7 +12,7 @@
 #include <cerrno>
 #include <climits>
 #include <map>
-#include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/FilePaths.h"
@@ -81,6 +81,12 @@ std::string joined(const std::vector<std::string>& names, std::string_view last)
 
 std::string Copy::targetPath(const FolderEntry& entry) const {
   return joinPath(target_.folderPath, joined(names_, targetName(entry)));
+// Some file systems (of a network, FUSE) write only now, and say only now that it did not work.
+void close(FileDescriptor file, const LazyPath& path) {
+  // Interrupted or not, it is closed.
+  if (::close(file.release()) != 0 && errno != EINTR) throwSystemCallError("close", path());
+}
+
 }
 
 struct stat Copy::statusOf(int file, const FolderEntry& entry) const {
@@ -155,6 +161,7 @@ void Copy::copyFile(int parent, const FolderEntry& entry) {
   }
   rememberCopy(entry, status);
 }
+    close(std::move(made), path);
 
 void Copy::copyLink(int parent, const FolderEntry& entry, const struct stat& status) {
   std::string target(PATH_MAX, '\0');
