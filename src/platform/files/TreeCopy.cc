@@ -69,6 +69,8 @@ class Copy final : public TreeVisitor {
   OpenFolders folders_;
   // The path of the current folder, and of everything in it, relative to the top of the target.
   std::vector<std::string> names_;
+  // The folders of the source on the way to it, as they were before they were read.
+  std::vector<struct stat> statuses_;
   std::map<Inode, std::string> copied_;
   ContentCopier content_;
 };
@@ -79,14 +81,14 @@ std::string joined(const std::vector<std::string>& names, std::string_view last)
   return path.append(last);
 }
 
-std::string Copy::targetPath(const FolderEntry& entry) const {
-  return joinPath(target_.folderPath, joined(names_, targetName(entry)));
 // Some file systems (of a network, FUSE) write only now, and say only now that it did not work.
 void close(FileDescriptor file, const LazyPath& path) {
   // Interrupted or not, it is closed.
   if (::close(file.release()) != 0 && errno != EINTR) throwSystemCallError("close", path());
 }
 
+std::string Copy::targetPath(const FolderEntry& entry) const {
+  return joinPath(target_.folderPath, joined(names_, targetName(entry)));
 }
 
 struct stat Copy::statusOf(int file, const FolderEntry& entry) const {
@@ -99,6 +101,7 @@ FileDescriptor Copy::enter(int parent, const FolderEntry& entry) {
   FileDescriptor source(
       ::openat(parent, entry.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!source) throwSystemCallError("openat", pathOf(entry));
+  auto status = statusOf(source.get(), entry);
   auto name = targetName(entry);
   if (::mkdirat(targetFolder(), name, kPrivateFolder) != 0) {
     throwSystemCallError("mkdirat", targetPath(entry));
@@ -108,14 +111,17 @@ FileDescriptor Copy::enter(int parent, const FolderEntry& entry) {
   if (!made) throwSystemCallError("openat", targetPath(entry));
   if (isTop()) dropInheritedLists(made.get());
   names_.emplace_back(name);
+  statuses_.push_back(status);
   folders_.enter(std::move(made));
   return source;
 }
 
 void Copy::leave(int, const FolderEntry& entry, int folder) {
   auto made = folders_.leave();
+  auto status = statuses_.back();
   names_.pop_back();
-  copyAttributes(folder, statusOf(folder, entry), made.get(), [&] { return targetPath(entry); });
+  statuses_.pop_back();
+  copyAttributes(folder, status, made.get(), [&] { return targetPath(entry); });
 }
 
 void Copy::item(int parent, const FolderEntry& entry) {
@@ -155,13 +161,13 @@ void Copy::copyFile(int parent, const FolderEntry& entry) {
   try {
     content_.copy(source.get(), status, sourcePath, made.get(), path);
     copyAttributes(source.get(), status, made.get(), path);
+    close(std::move(made), path);
   } catch (...) {
     ::unlinkat(targetFolder(), name, 0);
     throw;
   }
   rememberCopy(entry, status);
 }
-    close(std::move(made), path);
 
 void Copy::copyLink(int parent, const FolderEntry& entry, const struct stat& status) {
   std::string target(PATH_MAX, '\0');

@@ -168,11 +168,14 @@ TEST_P(CopyOn, KeepsContentModeOwnerAndTimesToTheNanosecond) {
   timespec times[2] = {{1'000'000'000, 123'456'789}, {1'100'000'000, 987'654'321}};
   ASSERT_EQ(::utimensat(AT_FDCWD, at("x").c_str(), times, 0), 0);
   ASSERT_FALSE(copyItem(at("x"), at("y")));
-  EXPECT_EQ(contentOf(at("y")), content);
   auto source = statusOf(at("x")), copy = statusOf(at("y"));
+  EXPECT_EQ(contentOf(at("y")), content);
   EXPECT_EQ(copy.st_mode, source.st_mode);
   EXPECT_EQ(copy.st_uid, 1234u);
   EXPECT_EQ(copy.st_gid, 5678u);
+  // As it was before the copy read the file.
+  EXPECT_EQ(copy.st_atim.tv_sec, times[0].tv_sec);
+  EXPECT_EQ(copy.st_atim.tv_nsec, times[0].tv_nsec);
   EXPECT_EQ(copy.st_mtim.tv_sec, source.st_mtim.tv_sec);
   EXPECT_EQ(copy.st_mtim.tv_nsec, source.st_mtim.tv_nsec);
 }
@@ -240,6 +243,7 @@ TEST_P(CopyOn, KeepsLinksPipesAndHardLinksOfATree) {
   ASSERT_FALSE(copyItem(at("t"), at("c")));
   EXPECT_EQ(statusOf(at("c")).st_mode & 07777, 0750u);
   EXPECT_EQ(statusOf(at("c")).st_mtim.tv_sec, 3);
+  EXPECT_EQ(statusOf(at("c")).st_atim.tv_sec, 1);
   EXPECT_EQ(contentOf(at("c/sub/again")), "content");
   EXPECT_EQ(statusOf(at("c/file")).st_ino, statusOf(at("c/sub/again")).st_ino);
   EXPECT_NE(statusOf(at("c/file")).st_ino, statusOf(at("t/file")).st_ino);
