@@ -16,6 +16,7 @@
 #include "filesystem/PXPath.h"
 #include "filesystem/PXSubPath.h"
 #include "filesystem/PXVolumeInfo.h"
+#include "platform/FacilityLevel.h"
 #include "platform/files/ExchangeCalls.h"
 #include "platform/volumes/VolumeCalls.h"
 #include "support/Raised.h"
@@ -236,10 +237,11 @@ class FailingExchange : public files::ExchangeCalls {
   }
   int exchangedata(const char* a, const char* b) override {
     ++exchanges;
-    return ExchangeCalls::exchangedata(a, b);
+    return exchangesContent ? ExchangeCalls::swap(a, b) : ExchangeCalls::exchangedata(a, b);
   }
   int rename(const char* from, const char* to) override {
     ++renames;
+    if (renames == 1) temporary = PXPath::initWithCPath(to)->cName();
     if (renames == diesAtRename) ::_exit(0);
     if (renames == failsAtRename) {
       errno = EIO;
@@ -251,6 +253,8 @@ class FailingExchange : public files::ExchangeCalls {
   int exchanges = 0;
   int renames = 0;
   int errorOfSwap = 0;
+  bool exchangesContent = false;
+  std::string temporary;
   int failsAtRename = 0;
   int diesAtRename = 0;
 };
@@ -310,6 +314,30 @@ TEST_F(Exchange, FallsBackStepByStepAndSaysSo) {
   };
   EXPECT_EQ(log_.texts(classification::Debug),
             (std::vector<std::string>{line("renamex_np", EINVAL), line("exchangedata", ENOTSUP)}));
+}
+
+TEST_F(Exchange, EndsWithTheContentWhereTheVolumeCanExchangeThat) {
+  CapableVolumes volumes(volumes::VOL_CAP_INT_EXCHANGEDATA);
+  volumes::VolumeCallsOverride override(volumes);
+  calls_.exchangesContent = true;
+  at("a/x")->swapWith(*at("b/y"));
+  EXPECT_TRUE(isExchanged());
+  EXPECT_EQ(calls_.exchanges, 1);
+  EXPECT_EQ(calls_.swaps + calls_.renames, 0);
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(Exchange, DoesNotHappenAtOnceBeforeTheSystemCouldDoThat) {
+  CapableVolumes volumes(volumes::VOL_CAP_INT_RENAME_SWAP);
+  volumes::VolumeCallsOverride override(volumes);
+  for (int minor : {11, 12}) {
+    FacilityLevelOverride level(packedVersion(10, minor));
+    SetUp();
+    at("a/x")->swapWith(*at("b/y"));
+    EXPECT_TRUE(isExchanged());
+    EXPECT_EQ(calls_.swaps, minor - 11);
+    EXPECT_EQ(calls_.renames, 3);
+  }
 }
 
 TEST_F(Exchange, TakesThreeRenamesWhereTheVolumeCanDoNothing) {
@@ -378,6 +406,19 @@ TEST_F(Exchange, CutsTheTemporaryName) {
   folder_.write("a/" + longest, "long");
   at("a/" + longest)->swapWith(*at("b/y"));
   EXPECT_EQ(contentOf(folder_ / "b/y"), "long");
+  EXPECT_EQ(calls_.temporary.size(), 254u);
+  EXPECT_EQ(calls_.temporary.substr(15), "_" + longest.substr(0, 238));
+}
+
+TEST_F(Exchange, CutsTheTemporaryNameBetweenTwoCharacters) {
+  CapableVolumes volumes(0);
+  volumes::VolumeCallsOverride override(volumes);
+  std::string longest = "x";
+  for (int i = 0; i < 127; ++i) longest += "\xc3\xa4";
+  folder_.write("a/" + longest, "long");
+  at("a/" + longest)->swapWith(*at("b/y"));
+  EXPECT_EQ(contentOf(folder_ / "b/y"), "long");
+  EXPECT_EQ(calls_.temporary.size(), 253u);
 }
 
 TEST_F(Exchange, OfInfosAnswersWhatLiesAtTheOthersPath) {
