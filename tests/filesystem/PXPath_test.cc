@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <future>
 #include <regex>
 #include <thread>
@@ -105,6 +106,9 @@ TEST(PXPath, TellsTheTextThatLeadsToItFromABase) {
   EXPECT_EQ(relative("/a", "/a/b"), "/a");
   EXPECT_EQ(relative("/a", ""), "/a");
   EXPECT_EQ(relative("/a", "/"), "a");
+  // Two names that are shown as the same text.
+  EXPECT_EQ(relative("/\xfe/c", "/\xff"), "/\xef\xbf\xbd/c");
+  EXPECT_EQ(relative("/\xff/\xfe", "/\xff"), "\xef\xbf\xbd");
 }
 
 TEST(PXPath, ContainsItselfAndWhatIsBelowOnTheSameVolume) {
@@ -148,8 +152,9 @@ TEST(PXPath, DescribesItselfWithItsPath) {
 }
 
 TEST(PXPath, MakesPathsFromTheStringsAndURLsOfACollection) {
-  auto paths = PXPath::arrayFromPathsOrURLs(
-      {Value("/a"), Value(7), Value(make<URL>("file:///b%20c")), Value(), Value("d")});
+  auto paths =
+      PXPath::arrayFromPathsOrURLs({Value("/a"), Value(7), Value(make<URL>("file:///b%20c")),
+                                    Value(), Value(make<URL>("mailto:a")), Value("d")});
   ASSERT_EQ(paths.size(), 3u);
   EXPECT_EQ(paths[0]->path(), "/a");
   EXPECT_EQ(paths[1]->path(), "/b c");
@@ -218,10 +223,18 @@ TEST(PXPath, AnswersItsRegisteredDirectoryAsLongAsThatLives) {
 }
 
 TEST(PXPath, MakesItsURLAnewAfterAFlush) {
-  auto path = pathOf("/a b");
-  auto url = path->url();
+  auto path = PXPath::initWithURL("file://localhost/a%20b");
+  EXPECT_EQ(path->url(), "file://localhost/a%20b");
+  EXPECT_EQ(path->copy()->url(), "file://localhost/a%20b");
   path->flushInfo();
-  EXPECT_EQ(path->url(), url);
+  EXPECT_EQ(path->url(), "file:///a%20b");
+  EXPECT_EQ(path->path(), "/a b");
+}
+
+TEST(PXPath, OfARelativeTextHasTheURLOfTheItemInTheWorkingFolder) {
+  auto path = PXPath::initWithURL(pathOf("a/b")->url());
+  EXPECT_EQ(path->parent()->parent()->cPath(), std::filesystem::current_path().string());
+  EXPECT_EQ(PXPath::initWithURL(pathOf("")->url())->cPath(), Text(""));
 }
 
 TEST(PXPath, AnswersTheSameFromManyThreads) {
