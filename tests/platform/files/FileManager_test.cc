@@ -9,12 +9,17 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <barrier>
 #include <cerrno>
 #include <fstream>
 #include <future>
 #include <optional>
 #include <random>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 #include "platform/FileDescriptor.h"
 #include "platform/FilePaths.h"
@@ -100,6 +105,29 @@ TEST(Removal, TakesAFolderWithManyItems) {
   TemporaryFolder folder;
   for (int i = 0; i < 3000; ++i) folder.write("tree/" + std::to_string(i), "");
   EXPECT_FALSE(removeItem(folder / "tree"));
+  EXPECT_FALSE(isThere(folder / "tree"));
+}
+
+TEST(Removal, BySeveralAtOnceSucceedsForOneAndEndsForTheOthersWithTheWholeGone) {
+  TemporaryFolder folder;
+  for (int i = 0; i < 600; ++i) {
+    folder.write("tree/" + std::to_string(i % 30) + "/" + std::to_string(i), "");
+  }
+  std::barrier together(4);
+  std::array<Ref<Error>, 4> errors;
+  {
+    std::vector<std::jthread> threads;
+    for (auto& error : errors) {
+      threads.emplace_back([&] {
+        together.arrive_and_wait();
+        error = removeItem(folder / "tree");
+      });
+    }
+  }
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), nullptr), 1);
+  for (auto& error : errors) {
+    EXPECT_EQ(error ? pathOf(error) : folder / "tree", folder / "tree");
+  }
   EXPECT_FALSE(isThere(folder / "tree"));
 }
 
