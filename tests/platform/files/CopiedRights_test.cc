@@ -3,9 +3,11 @@
 // Who may use a copy: the same people as the source, or fewer, whatever the file system or the
 // folder above the copy makes of it.
 
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -95,6 +97,25 @@ TEST_F(CopiedRights, OfTheGroupDoNotGrowWhereThereAreNoLists) {
 }
 
 // ---- What the file system does not let this process set ----
+
+TEST_F(CopiedRights, OfAnOrdinaryUsersGroupsStayWithTheGroup) {
+  constexpr gid_t kGroup = 5678;
+  ASSERT_EQ(::chown(at("/t/x").c_str(), 0, kGroup), 0);
+  ::mkdir(at("/his").c_str(), 0777);
+  ::chmod(at("/his").c_str(), 0777);
+  pid_t child = ::fork();
+  if (child == 0) {
+    bool isUser = ::setgroups(1, &kGroup) == 0 && ::setgid(kUser) == 0 && ::setuid(kUser) == 0;
+    ::_exit(isUser && !copyItem(at("/t/x"), at("/his/x")) ? 0 : 1);
+  }
+  int result = -1;
+  EXPECT_EQ(::waitpid(child, &result, 0), child);
+  EXPECT_EQ(result, 0);
+  struct stat status;
+  ASSERT_EQ(::lstat(at("/his/x").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, kUser);
+  EXPECT_EQ(status.st_gid, kGroup);
+}
 
 TEST_F(CopiedRights, AndTimesAreLeftOutWhereTheCopyIsShownAsAnotherUsers) {
   auto roots = volumes_->makeRootsOwn("roots");
