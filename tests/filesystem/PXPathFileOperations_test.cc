@@ -59,6 +59,8 @@ TEST_F(Moving, RenamesWithinItsFolderForARelativeName) {
   EXPECT_EQ(contentOf(folder_ / "sub/new.txt"), "content");
   ::mkdir((folder_ / "up").c_str(), 0755);
   EXPECT_EQ(moved->moveTo("../up//./y", true)->path(), folder_ / "up/y");
+  // A tilde that begins no path is part of a name.
+  EXPECT_EQ(at("up/y")->moveTo("~", true)->path(), folder_ / "up/~");
 }
 
 TEST_F(Moving, ReplacesAnItemOnlyWhenOverwriting) {
@@ -297,6 +299,16 @@ TEST_F(Exchange, HappensAtOnceWhereTheVolumeCan) {
   EXPECT_EQ(calls_.swaps, 1);
   EXPECT_EQ(calls_.renames, 0);
   EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(Exchange, AsksTheVolumeOfTheFolderNotWhereALinkLeads) {
+  CapableVolumes volumes(volumes::VOL_CAP_INT_RENAME_SWAP);
+  volumes::VolumeCallsOverride override(volumes);
+  std::filesystem::remove(folder_ / "a/x");
+  std::filesystem::create_symlink("nowhere", folder_ / "a/x");
+  at("a/x")->swapWith(*at("b/y"));
+  EXPECT_EQ(contentOf(folder_ / "a/x"), "two");
+  EXPECT_EQ(calls_.swaps, 1);
 }
 
 TEST_F(Exchange, FallsBackStepByStepAndSaysSo) {

@@ -86,6 +86,10 @@ TEST(PXPath, ResolvesARelativeTextWithADotIfItLeadsSomewhere) {
   EXPECT_EQ(base->relativePath("../other/file")->cPath(), folder / "other/file");
   EXPECT_EQ(base->relativePath("./file")->cPath(), folder / "sub/file");
   EXPECT_EQ(base->relativePath("../missing")->cPath(), folder / "sub/../missing");
+  // One without stays as it is.
+  std::filesystem::create_symlink("file", folder / "sub/link");
+  EXPECT_EQ(base->relativePath("link")->cPath(), folder / "sub/link");
+  EXPECT_EQ(base->relativePath("./link")->cPath(), folder / "sub/file");
 }
 
 TEST(PXPath, HasItsDirectoryPartAsParentUpToTheRoot) {
@@ -118,7 +122,7 @@ TEST(PXPath, ContainsItselfAndWhatIsBelowOnTheSameVolume) {
   EXPECT_TRUE(sub->containsPath(*sub));
   EXPECT_TRUE(sub->containsPath(*file));
   EXPECT_FALSE(file->containsPath(*sub));
-  EXPECT_FALSE(sub->containsPath(*pathOf(folder / "subway")));
+  EXPECT_FALSE(sub->containsPath(*pathOf(folder.write("subway", ""))));
   EXPECT_TRUE(pathOf("/")->containsPath(*pathOf("/etc")));
   EXPECT_FALSE(pathOf("/")->containsPath(*pathOf("/proc/self")));
   // Nothing is known of either: they count as equal.
