@@ -19,6 +19,7 @@
 #include "platform/FacilityLevel.h"
 #include "platform/files/ExchangeCalls.h"
 #include "platform/volumes/VolumeCalls.h"
+#include "support/AsUser.h"
 #include "support/Raised.h"
 #include "support/RecordingLogger.h"
 #include "support/TestVolumes.h"
@@ -162,6 +163,24 @@ TEST_F(Copying, RefusesToRemoveWhatItIsToCopy) {
   }
   EXPECT_EQ(raisedBy([&] { at("t/sub/x")->copyTo("", true); }).reason(), "cannot overwrite item");
   EXPECT_EQ(contentOf(folder_ / "t/sub/x"), "content");
+}
+
+TEST_F(Copying, AndDeletingRaiseWithTheItemThatFailed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  folder_.write("t/sub/secret", "content");
+  ::chmod(folder_.path().c_str(), 0777);
+  ::chmod((folder_ / "t/sub/secret").c_str(), 0600);
+  auto failedItem = [&](const KLException& exception) {
+    auto detail = exception.userInfo().find(detail_key::HiddenError);
+    if (detail == exception.userInfo().end()) return std::string("(none)");
+    return *detail->second.objectAs<Error>()->userInfo().at(Error::kFilePath).string();
+  };
+  AsUser user(65534);
+  auto copying = raisedBy([&] { at("t")->copyTo("copy", false); });
+  EXPECT_EQ(detailOf(copying, "Path"), folder_ / "t");
+  EXPECT_EQ(failedItem(copying), folder_ / "t/sub/secret");
+  EXPECT_EQ(failedItem(raisedBy([&] { at("t")->deleteFile(); })), folder_ / "t/sub/secret");
+  EXPECT_FALSE(isThere(folder_ / "copy/sub/secret"));
 }
 
 TEST_F(Copying, RaisesWhenTheTargetCannotBeRemoved) {
