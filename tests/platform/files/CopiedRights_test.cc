@@ -89,11 +89,14 @@ TEST_F(CopiedRights, OfTheGroupDoNotGrowWhereThereAreNoLists) {
     TestVolumes::run("setfacl -m u:1234:rwx,g::r " + at(name));
     ASSERT_EQ(modeOf(at(name)) & 070, 070u);
   }
+  // A mask that leaves the group less than the list gives it.
+  TestVolumes::run("setfacl -m u:1234:r,g::rwx,m::r " + at("/t/sub/x"));
   ASSERT_FALSE(copyItem(at("/t"), plain + "/t"));
   for (std::string name : {"/t", "/t/x", "/t/pipe"}) {
     EXPECT_EQ(modeOf(plain + name), (modeOf(at(name)) & ~070u) | 040u) << name;
   }
   EXPECT_EQ(modeOf(plain + "/t/sub"), modeOf(at("/t/sub")));
+  EXPECT_EQ(modeOf(plain + "/t/sub/x") & 070, 040u);
 }
 
 // ---- What the file system does not let this process set ----

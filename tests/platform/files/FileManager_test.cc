@@ -265,6 +265,12 @@ TEST_P(CopyOn, KeepsLinksPipesAndHardLinksOfATree) {
   ASSERT_EQ(::link(at("t/file").c_str(), at("t/sub/again").c_str()), 0);
   ASSERT_EQ(::symlink("../no where", at("t/sub/link").c_str()), 0);
   ASSERT_EQ(::mkfifo(at("t/pipe").c_str(), 0622), 0);
+  // FUSE remembers for a second that each of them had one name.
+  bool severalNames = GetParam() != "fuse";
+  if (severalNames) {
+    ASSERT_EQ(::link(at("t/pipe").c_str(), at("t/sub/pipe").c_str()), 0);
+    ASSERT_EQ(::link(at("t/sub/link").c_str(), at("t/link").c_str()), 0);
+  }
   timespec times[2] = {{1, 2}, {3, 4}};
   ASSERT_EQ(::utimensat(AT_FDCWD, at("t/sub/link").c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
   ASSERT_EQ(::utimensat(AT_FDCWD, at("t").c_str(), times, 0), 0);
@@ -276,6 +282,10 @@ TEST_P(CopyOn, KeepsLinksPipesAndHardLinksOfATree) {
   EXPECT_EQ(statusOf(at("c/file")).st_ino, statusOf(at("c/sub/again")).st_ino);
   EXPECT_NE(statusOf(at("c/file")).st_ino, statusOf(at("t/file")).st_ino);
   EXPECT_TRUE(S_ISFIFO(statusOf(at("c/pipe")).st_mode));
+  if (severalNames) {
+    EXPECT_EQ(statusOf(at("c/pipe")).st_ino, statusOf(at("c/sub/pipe")).st_ino);
+    EXPECT_EQ(statusOf(at("c/link")).st_ino, statusOf(at("c/sub/link")).st_ino);
+  }
   EXPECT_EQ(statusOf(at("c/pipe")).st_mode & 07777, statusOf(at("t/pipe")).st_mode & 07777);
   char target[64];
   EXPECT_EQ(::readlink(at("c/sub/link").c_str(), target, sizeof target), 11);

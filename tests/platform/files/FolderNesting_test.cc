@@ -45,6 +45,8 @@ TEST(FolderNesting, IsSeenWhereAnOrdinaryUserMayNotClimb) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   TemporaryFolder folder;
   fs::create_directories(folder / "closed/his/sub");
+  fs::create_directory(folder / "other");
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
   ASSERT_EQ(::chown((folder / "closed/his").c_str(), 65534, 65534), 0);
   ASSERT_EQ(::chmod((folder / "closed").c_str(), 0700), 0);
   auto before = fs::current_path();
@@ -53,6 +55,8 @@ TEST(FolderNesting, IsSeenWhereAnOrdinaryUserMayNotClimb) {
     AsUser user(65534);
     EXPECT_TRUE(isInside("sub", "."));
     EXPECT_FALSE(isInside(".", "sub"));
+    EXPECT_TRUE(isInside("sub", folder.path()));
+    EXPECT_FALSE(isInside("sub", folder / "other"));
     EXPECT_FALSE(copyItem("./sub", "./copy"));
     EXPECT_EQ(copyItem("./sub", "./sub/copy")->code(), EINVAL);
   }
