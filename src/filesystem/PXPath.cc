@@ -27,6 +27,12 @@ std::string_view upToNul(std::string_view bytes) {
   return bytes.substr(0, bytes.find('\0'));
 }
 
+// What a URL needs: it would take the first name of a relative path for a machine's.
+std::string absolutePath(const char* path) {
+  if (*path == '/' || *path == 0) return path;
+  return joinPath(hoist::realPath(".").value_or("/"), path);
+}
+
 // An error and "no limit" both read as 0.
 long limitOf(const char* path, int name) {
   return std::max(::pathconf(path, name), 0L);
@@ -69,7 +75,10 @@ Ref<PXPath> PXPath::initWithPath(std::string_view path) {
 }
 
 Ref<PXPath> PXPath::initWithURL(std::string_view url) {
-  return initWithCPath(pathOfURL(url).value_or(""));
+  auto path = initWithCPath(pathOfURL(url).value_or(""));
+  SpinLockHolder lock(path->pathLock_);
+  path->derived().url = stringFromFileSystemRepresentation(url);
+  return path;
 }
 
 Ref<PXPath> PXPath::initWithCNameParentPath(std::string_view cName, const PXPath& parent) {
@@ -105,7 +114,7 @@ std::vector<Ref<PXPath>> PXPath::arrayFromPathsOrURLs(const Array& collection) {
   for (const auto& element : collection) {
     if (auto text = element.string()) {
       paths.push_back(pathWithPath(*text));
-    } else if (auto url = element.objectAs<URL>()) {
+    } else if (auto url = element.objectAs<URL>(); url && pathOfURL(url->absoluteString())) {
       paths.push_back(pathWithURL(url->absoluteString()));
     }
   }
@@ -174,7 +183,7 @@ std::string PXPath::path() const {
 }
 
 std::string PXPath::url() const {
-  auto bytes = cPath();
+  auto bytes = absolutePath(cPath());
   SpinLockHolder lock(pathLock_);
   auto& url = derived().url;
   if (!url) url = fileURL(bytes);
@@ -246,13 +255,16 @@ Ref<PXPath> PXPath::relativePath(std::string_view path) const {
 
 std::string PXPath::pathRelativeToPath(const PXPath& base) const {
   if (isEqual(base)) return "";
-  // Bytes: different ones may be shown alike.
+  // By bytes: different names can be shown as the same text.
   std::string_view whole = cPath();
   std::string_view start = base.cPath();
   if (start.empty() || start.size() >= whole.size() || !whole.starts_with(start)) return path();
-  auto rest = whole.substr(start.size());
-  if (start.ends_with('/')) return stringFromFileSystemRepresentation(rest);
-  return rest.starts_with('/') ? stringFromFileSystemRepresentation(rest.substr(1)) : path();
+  auto below = whole.substr(start.size());
+  if (!start.ends_with('/')) {
+    if (!below.starts_with('/')) return path();
+    below.remove_prefix(1);
+  }
+  return stringFromFileSystemRepresentation(below);
 }
 
 bool PXPath::containsPath(const PXPath& other) const {

@@ -38,7 +38,7 @@ class PXPath : public Object, public PXAbstractPath {
 
   static Ref<PXPath> initWithCPath(std::string_view cPath);
   static Ref<PXPath> initWithPath(std::string_view path);
-  // A URL without a path gives the empty path.
+  // A URL without a path gives the empty path. The URL is kept as it is until flushInfo.
   static Ref<PXPath> initWithURL(std::string_view url);
   static Ref<PXPath> initWithCNameParentPath(std::string_view cName, const PXPath& parent);
   // An absolute path is taken as it is; one that begins with "." is joined to the base and resolved
@@ -52,7 +52,8 @@ class PXPath : public Object, public PXAbstractPath {
   static Ref<PXPath> pathWithPath(std::string_view path) { return initWithPath(path); }
   static Ref<PXPath> pathWithURL(std::string_view url) { return initWithURL(url); }
   static Ref<PXPath> realPath(std::string_view path);
-  // Strings and URL objects of the collection, in its order; everything else is skipped.
+  // Strings and URL objects of the collection, in its order; everything else, and a URL without a
+  // path, is skipped.
   static std::vector<Ref<PXPath>> arrayFromPathsOrURLs(const std::vector<Value>& collection);
   // The real path of "/tmp".
   static Ref<PXPath> tempPath();
@@ -65,6 +66,7 @@ class PXPath : public Object, public PXAbstractPath {
   // The name that the platform shows for the item; the name when there is no such item.
   std::string displayName() const override;
   std::string path() const override;
+  // A relative path is one from the working folder.
   std::string url() const override;
   std::string extension() const override;
 
@@ -109,9 +111,9 @@ class PXPath : public Object, public PXAbstractPath {
   Ref<PXPath> hardenedReal() const { return real(); }
 
   // ---- Changing the file system. Failures raise "IO" with the path and, as text, the target. ----
-  // Targets are bytes; one that does not begin with "/" is relative to the folder of this location.
-  // What is answered is the target's location, standardised; the receiver keeps its own. Absent
-  // directory and name: those of the receiver.
+  // Targets are bytes up to the first NUL; one that does not begin with "/" is relative to the
+  // folder of this location. What is answered is the target's location, standardised; the receiver
+  // keeps its own. Absent directory and name: those of the receiver.
 
   // Overwriting replaces the target at once, on one volume only: "cannot rename filesystem object",
   // detail "to". Otherwise the target must not exist, and may be on another volume: "cannot move
@@ -171,7 +173,7 @@ class PXPath : public Object, public PXAbstractPath {
 
   std::string targetInDirectory(const std::optional<std::string>& directory,
                                 const std::optional<std::string>& name) const;
-  std::string standardizedTarget(const std::string& target) const;
+  std::string standardizedTarget(const std::string& bytes) const;
 
   Derived& derived() const REQUIRES(pathLock_);
   // Copies what the other has already made.

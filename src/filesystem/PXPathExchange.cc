@@ -13,6 +13,7 @@
 #include "platform/FacilityLevel.h"
 #include "platform/FilePaths.h"
 #include "platform/SystemCall.h"
+#include "platform/Utf8.h"
 #include "platform/files/ExchangeCalls.h"
 
 // Two items change places: at once where the volume can, else by three renames over a temporary
@@ -22,7 +23,7 @@ namespace hoist {
 namespace {
 
 constexpr std::uint32_t kSwapSince = packedVersion(10, 12);
-// Of a temporary name, in bytes.
+// Of a temporary name, in bytes. Some file systems refuse a name that ends in half a character.
 constexpr std::size_t kLongestName = 254;
 
 void logFailure(const char* call, const PXPath& path, const PXPath& other) {
@@ -55,8 +56,7 @@ Ref<PXPath> temporaryNeighbour(const PXPath& path) {
   auto folder = PXPath::initWithCPath(directoryName(path.cPath()));
   for (;;) {
     auto name = fmt::format("_xchng_{:08x}_{}", ::arc4random(), path.cName());
-    name.resize(std::min(name.size(), kLongestName));
-    auto neighbour = PXPath::initWithCNameParentPath(name, *folder);
+    auto neighbour = PXPath::initWithCNameParentPath(cutUTF8(name, kLongestName), *folder);
     if (!neighbour->exists()) return neighbour;
   }
 }

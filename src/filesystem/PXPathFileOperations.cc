@@ -19,6 +19,11 @@ Value shown(const std::string& path) {
   return Value(stringFromFileSystemRepresentation(path));
 }
 
+// What a path object and the system take of it.
+std::string upToNul(const std::string& bytes) {
+  return bytes.substr(0, bytes.find('\0'));
+}
+
 [[noreturn]] void raise(const Ref<Error>& error, const char* reason, const PXPath& path,
                         const std::string& target) {
   KLException::error(error, "IO", reason)
@@ -32,10 +37,12 @@ Value shown(const std::string& path) {
 std::string PXPath::targetInDirectory(const std::optional<std::string>& directory,
                                       const std::optional<std::string>& name) const {
   // A location that has lost its parent is still in the folder that its path names.
-  return appendPathComponent(directory.value_or(directoryName(cPath())), name.value_or(cName()));
+  auto folder = directory ? upToNul(*directory) : directoryName(cPath());
+  return appendPathComponent(folder, name ? upToNul(*name) : cName());
 }
 
-std::string PXPath::standardizedTarget(const std::string& target) const {
+std::string PXPath::standardizedTarget(const std::string& bytes) const {
+  auto target = upToNul(bytes);
   if (target.starts_with('/')) return standardizePath(target);
   return standardizePath(appendPathComponent(directoryName(cPath()), target));
 }

@@ -198,6 +198,26 @@ TEST_F(Target, ThroughALinkIsWhereTheLinkLeads) {
   EXPECT_TRUE(fs::exists(folder_ / "dir/copy"));
 }
 
+TEST_F(Target, EndsAtANul) {
+  fs::create_directory(folder_ / "safe");
+  auto target = folder_ / "safe" + std::string("\0/../dir/x", 10);
+  EXPECT_EQ(raisedBy([&] { file()->copyTo(target, false); }).reason(), "cannot copy item");
+  EXPECT_TRUE(fs::is_empty(folder_ / "safe"));
+  EXPECT_EQ(file()->copyTo(target, true)->path(), folder_ / "safe");
+  EXPECT_TRUE(fs::is_regular_file(folder_ / "safe"));
+  auto name = std::string("moved\0.txt", 10);
+  EXPECT_EQ(file()->moveToDirectory(folder_ / "dir" + std::string("\0x", 2), name, false)->path(),
+            folder_ / "dir/moved");
+  EXPECT_TRUE(fs::exists(folder_ / "dir/moved"));
+}
+
+TEST_F(Target, ThatIsADanglingLinkIsInTheWayOfACopy) {
+  fs::create_symlink("nowhere", folder_ / "dangling");
+  EXPECT_EQ(raisedBy([&] { file()->copyTo(folder_ / "dangling", true); }).reason(),
+            "cannot copy item");
+  EXPECT_TRUE(fs::is_symlink(folder_ / "dangling"));
+}
+
 TEST_F(Target, ThatIsALinkIsReplacedItself) {
   file()->copyTo(folder_ / "link", true);
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(folder_ / "link")));

@@ -16,8 +16,10 @@
 #include "filesystem/PXPath.h"
 #include "filesystem/PXSubPath.h"
 #include "filesystem/PXVolumeInfo.h"
+#include "platform/FacilityLevel.h"
 #include "platform/files/ExchangeCalls.h"
 #include "platform/volumes/VolumeCalls.h"
+#include "support/AsUser.h"
 #include "support/Raised.h"
 #include "support/RecordingLogger.h"
 #include "support/TestVolumes.h"
@@ -58,6 +60,8 @@ TEST_F(Moving, RenamesWithinItsFolderForARelativeName) {
   EXPECT_EQ(contentOf(folder_ / "sub/new.txt"), "content");
   ::mkdir((folder_ / "up").c_str(), 0755);
   EXPECT_EQ(moved->moveTo("../up//./y", true)->path(), folder_ / "up/y");
+  // A tilde that begins no path is part of a name.
+  EXPECT_EQ(at("up/y")->moveTo("~", true)->path(), folder_ / "up/~");
 }
 
 TEST_F(Moving, ReplacesAnItemOnlyWhenOverwriting) {
@@ -161,6 +165,24 @@ TEST_F(Copying, RefusesToRemoveWhatItIsToCopy) {
   EXPECT_EQ(contentOf(folder_ / "t/sub/x"), "content");
 }
 
+TEST_F(Copying, AndDeletingRaiseWithTheItemThatFailed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  folder_.write("t/sub/secret", "content");
+  ::chmod(folder_.path().c_str(), 0777);
+  ::chmod((folder_ / "t/sub/secret").c_str(), 0600);
+  auto failedItem = [&](const KLException& exception) {
+    auto detail = exception.userInfo().find(detail_key::HiddenError);
+    if (detail == exception.userInfo().end()) return std::string("(none)");
+    return *detail->second.objectAs<Error>()->userInfo().at(Error::kFilePath).string();
+  };
+  AsUser user(65534);
+  auto copying = raisedBy([&] { at("t")->copyTo("copy", false); });
+  EXPECT_EQ(detailOf(copying, "Path"), folder_ / "t");
+  EXPECT_EQ(failedItem(copying), folder_ / "t/sub/secret");
+  EXPECT_EQ(failedItem(raisedBy([&] { at("t")->deleteFile(); })), folder_ / "t/sub/secret");
+  EXPECT_FALSE(isThere(folder_ / "copy/sub/secret"));
+}
+
 TEST_F(Copying, RaisesWhenTheTargetCannotBeRemoved) {
   if (!TestVolumes::possible()) GTEST_SKIP() << "needs root";
   TestVolumes volumes;
@@ -236,10 +258,11 @@ class FailingExchange : public files::ExchangeCalls {
   }
   int exchangedata(const char* a, const char* b) override {
     ++exchanges;
-    return ExchangeCalls::exchangedata(a, b);
+    return exchangesContent ? ExchangeCalls::swap(a, b) : ExchangeCalls::exchangedata(a, b);
   }
   int rename(const char* from, const char* to) override {
     ++renames;
+    if (renames == 1) temporary = PXPath::initWithCPath(to)->cName();
     if (renames == diesAtRename) ::_exit(0);
     if (renames == failsAtRename) {
       errno = EIO;
@@ -251,6 +274,8 @@ class FailingExchange : public files::ExchangeCalls {
   int exchanges = 0;
   int renames = 0;
   int errorOfSwap = 0;
+  bool exchangesContent = false;
+  std::string temporary;
   int failsAtRename = 0;
   int diesAtRename = 0;
 };
@@ -295,6 +320,16 @@ TEST_F(Exchange, HappensAtOnceWhereTheVolumeCan) {
   EXPECT_TRUE(log_.lines().empty());
 }
 
+TEST_F(Exchange, AsksTheVolumeOfTheFolderNotWhereALinkLeads) {
+  CapableVolumes volumes(volumes::VOL_CAP_INT_RENAME_SWAP);
+  volumes::VolumeCallsOverride override(volumes);
+  std::filesystem::remove(folder_ / "a/x");
+  std::filesystem::create_symlink("nowhere", folder_ / "a/x");
+  at("a/x")->swapWith(*at("b/y"));
+  EXPECT_EQ(contentOf(folder_ / "a/x"), "two");
+  EXPECT_EQ(calls_.swaps, 1);
+}
+
 TEST_F(Exchange, FallsBackStepByStepAndSaysSo) {
   CapableVolumes volumes(volumes::VOL_CAP_INT_RENAME_SWAP | volumes::VOL_CAP_INT_EXCHANGEDATA);
   volumes::VolumeCallsOverride override(volumes);
@@ -310,6 +345,30 @@ TEST_F(Exchange, FallsBackStepByStepAndSaysSo) {
   };
   EXPECT_EQ(log_.texts(classification::Debug),
             (std::vector<std::string>{line("renamex_np", EINVAL), line("exchangedata", ENOTSUP)}));
+}
+
+TEST_F(Exchange, EndsWithTheContentWhereTheVolumeCanExchangeThat) {
+  CapableVolumes volumes(volumes::VOL_CAP_INT_EXCHANGEDATA);
+  volumes::VolumeCallsOverride override(volumes);
+  calls_.exchangesContent = true;
+  at("a/x")->swapWith(*at("b/y"));
+  EXPECT_TRUE(isExchanged());
+  EXPECT_EQ(calls_.exchanges, 1);
+  EXPECT_EQ(calls_.swaps + calls_.renames, 0);
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(Exchange, DoesNotHappenAtOnceBeforeTheSystemCouldDoThat) {
+  CapableVolumes volumes(volumes::VOL_CAP_INT_RENAME_SWAP);
+  volumes::VolumeCallsOverride override(volumes);
+  for (int minor : {11, 12}) {
+    FacilityLevelOverride level(packedVersion(10, minor));
+    SetUp();
+    at("a/x")->swapWith(*at("b/y"));
+    EXPECT_TRUE(isExchanged());
+    EXPECT_EQ(calls_.swaps, minor - 11);
+    EXPECT_EQ(calls_.renames, 3);
+  }
 }
 
 TEST_F(Exchange, TakesThreeRenamesWhereTheVolumeCanDoNothing) {
@@ -378,6 +437,19 @@ TEST_F(Exchange, CutsTheTemporaryName) {
   folder_.write("a/" + longest, "long");
   at("a/" + longest)->swapWith(*at("b/y"));
   EXPECT_EQ(contentOf(folder_ / "b/y"), "long");
+  EXPECT_EQ(calls_.temporary.size(), 254u);
+  EXPECT_EQ(calls_.temporary.substr(15), "_" + longest.substr(0, 238));
+}
+
+TEST_F(Exchange, CutsTheTemporaryNameBetweenTwoCharacters) {
+  CapableVolumes volumes(0);
+  volumes::VolumeCallsOverride override(volumes);
+  std::string longest = "x";
+  for (int i = 0; i < 127; ++i) longest += "\xc3\xa4";
+  folder_.write("a/" + longest, "long");
+  at("a/" + longest)->swapWith(*at("b/y"));
+  EXPECT_EQ(contentOf(folder_ / "b/y"), "long");
+  EXPECT_EQ(calls_.temporary.size(), 253u);
 }
 
 TEST_F(Exchange, OfInfosAnswersWhatLiesAtTheOthersPath) {

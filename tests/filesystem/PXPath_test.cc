@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <future>
 #include <regex>
 #include <thread>
@@ -85,6 +86,10 @@ TEST(PXPath, ResolvesARelativeTextWithADotIfItLeadsSomewhere) {
   EXPECT_EQ(base->relativePath("../other/file")->cPath(), folder / "other/file");
   EXPECT_EQ(base->relativePath("./file")->cPath(), folder / "sub/file");
   EXPECT_EQ(base->relativePath("../missing")->cPath(), folder / "sub/../missing");
+  // One without stays as it is.
+  std::filesystem::create_symlink("file", folder / "sub/link");
+  EXPECT_EQ(base->relativePath("link")->cPath(), folder / "sub/link");
+  EXPECT_EQ(base->relativePath("./link")->cPath(), folder / "sub/file");
 }
 
 TEST(PXPath, HasItsDirectoryPartAsParentUpToTheRoot) {
@@ -105,6 +110,9 @@ TEST(PXPath, TellsTheTextThatLeadsToItFromABase) {
   EXPECT_EQ(relative("/a", "/a/b"), "/a");
   EXPECT_EQ(relative("/a", ""), "/a");
   EXPECT_EQ(relative("/a", "/"), "a");
+  // Two names that are shown as the same text.
+  EXPECT_EQ(relative("/\xfe/c", "/\xff"), "/\xef\xbf\xbd/c");
+  EXPECT_EQ(relative("/\xff/\xfe", "/\xff"), "\xef\xbf\xbd");
 }
 
 TEST(PXPath, ContainsItselfAndWhatIsBelowOnTheSameVolume) {
@@ -114,7 +122,7 @@ TEST(PXPath, ContainsItselfAndWhatIsBelowOnTheSameVolume) {
   EXPECT_TRUE(sub->containsPath(*sub));
   EXPECT_TRUE(sub->containsPath(*file));
   EXPECT_FALSE(file->containsPath(*sub));
-  EXPECT_FALSE(sub->containsPath(*pathOf(folder / "subway")));
+  EXPECT_FALSE(sub->containsPath(*pathOf(folder.write("subway", ""))));
   EXPECT_TRUE(pathOf("/")->containsPath(*pathOf("/etc")));
   EXPECT_FALSE(pathOf("/")->containsPath(*pathOf("/proc/self")));
   // Nothing is known of either: they count as equal.
@@ -148,8 +156,9 @@ TEST(PXPath, DescribesItselfWithItsPath) {
 }
 
 TEST(PXPath, MakesPathsFromTheStringsAndURLsOfACollection) {
-  auto paths = PXPath::arrayFromPathsOrURLs(
-      {Value("/a"), Value(7), Value(make<URL>("file:///b%20c")), Value(), Value("d")});
+  auto paths =
+      PXPath::arrayFromPathsOrURLs({Value("/a"), Value(7), Value(make<URL>("file:///b%20c")),
+                                    Value(), Value(make<URL>("mailto:a")), Value("d")});
   ASSERT_EQ(paths.size(), 3u);
   EXPECT_EQ(paths[0]->path(), "/a");
   EXPECT_EQ(paths[1]->path(), "/b c");
@@ -218,10 +227,18 @@ TEST(PXPath, AnswersItsRegisteredDirectoryAsLongAsThatLives) {
 }
 
 TEST(PXPath, MakesItsURLAnewAfterAFlush) {
-  auto path = pathOf("/a b");
-  auto url = path->url();
+  auto path = PXPath::initWithURL("file://localhost/a%20b");
+  EXPECT_EQ(path->url(), "file://localhost/a%20b");
+  EXPECT_EQ(path->copy()->url(), "file://localhost/a%20b");
   path->flushInfo();
-  EXPECT_EQ(path->url(), url);
+  EXPECT_EQ(path->url(), "file:///a%20b");
+  EXPECT_EQ(path->path(), "/a b");
+}
+
+TEST(PXPath, OfARelativeTextHasTheURLOfTheItemInTheWorkingFolder) {
+  auto path = PXPath::initWithURL(pathOf("a/b")->url());
+  EXPECT_EQ(path->parent()->parent()->cPath(), std::filesystem::current_path().string());
+  EXPECT_EQ(PXPath::initWithURL(pathOf("")->url())->cPath(), Text(""));
 }
 
 TEST(PXPath, AnswersTheSameFromManyThreads) {

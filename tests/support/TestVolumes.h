@@ -74,14 +74,25 @@ class TestVolumes {
       mount("tmpfs", point, "tmpfs", 0, "size=" + std::to_string(size) + "m");
     } else if (kind == "overlay") {
       makeOverlay(point, name);
-    } else if (kind == "fuse" || kind.starts_with("fuse.")) {
-      makeFUSE(point, name, kind);
+    } else if (kind == "fuse") {
+      makeFUSE(point, name, {"-o", "dev,suid"});
+    } else if (kind.starts_with("fuse.")) {
+      // The same program under another type.
+      makeFUSE(point, name, {"-o", "dev,suid,subtype=" + kind.substr(5)});
     } else if (auto program = byProgram(kind)) {
       mountByProgram(*program, makeImage(kind, name, mebibytes), point);
     } else {
       mountImage(makeImage(kind, name, mebibytes), point);
     }
     ::chmod(point.c_str(), 0755);
+    return point;
+  }
+
+  // A FUSE file system that anybody may write to and that shows every item as root's.
+  std::string makeRootsOwn(const std::string& name) {
+    auto point = newPoint(name);
+    makeFUSE(point, name,
+             {"--force-user=root", "--perms=a+rwX", "-o", "allow_other,default_permissions"});
     return point;
   }
 
@@ -162,16 +173,16 @@ class TestVolumes {
         "lowerdir=" + layers + "/lower,upperdir=" + layers + "/upper,workdir=" + layers + "/work");
   }
 
-  // Of the type "fuse.NAME" it is the same program.
-  void makeFUSE(const std::string& point, const std::string& name, const std::string& kind) {
-    auto dot = kind.find('.');
-    auto options = "dev,suid" + (dot == kind.npos ? "" : ",subtype=" + kind.substr(dot + 1));
+  void makeFUSE(const std::string& point, const std::string& name,
+                const std::vector<std::string>& options) {
     auto source = newPoint(name + ".source");
+    std::vector<const char*> command = {"bindfs", "-f"};
+    for (auto& option : options) command.push_back(option.c_str());
+    command.insert(command.end(), {source.c_str(), point.c_str(), nullptr});
     pid_t child = ::fork();
     if (child == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-      ::execlp("bindfs", "bindfs", "-f", "-o", options.c_str(), source.c_str(), point.c_str(),
-               nullptr);
+      ::execvp("bindfs", const_cast<char**>(command.data()));
       ::_exit(127);
     }
     children_.push_back(child);

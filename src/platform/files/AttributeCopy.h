@@ -13,13 +13,24 @@ namespace hoist::files {
 // rights than in the end. Owners are kept as far as this process may; set-ID bits only together
 // with their owner. What the target's file system cannot hold is left out. Throws SystemCallError
 // with the target's path.
+//
+// Where the target takes no access list, its group gets no more than the list gave it.
 
 // Both are open; the source only for reading its attributes.
 void copyAttributes(int source, const struct stat& status, int target, const LazyPath& targetPath);
 
-// For what cannot be opened (links, pipes, devices): the name in a folder. Links have no mode and
+// For what cannot be opened (links, pipes, devices): names in open folders. Links have no mode and
 // no extended attributes of their own that people set.
-void copyAttributesByName(const struct stat& status, int folder, const char* name,
+struct ItemName {
+  int folder;
+  const char* name;
+};
+void copyAttributesByName(const ItemName& source, const struct stat& status, const ItemName& target,
                           const LazyPath& targetPath);
+
+// Takes from a new item the access lists that the folder above gave it: with them, the mode of the
+// source would give rights to people whom the source does not know.
+void dropInheritedLists(int item);
+void dropInheritedLists(const ItemName& item);
 
 }  // namespace hoist::files

@@ -13,6 +13,7 @@
 
 #include "platform/FilePaths.h"
 #include "platform/SystemCall.h"
+#include "platform/files/FolderNesting.h"
 #include "platform/files/ItemPlace.h"
 #include "platform/files/NewFolder.h"
 #include "platform/files/TreeCopy.h"
@@ -139,11 +140,13 @@ Ref<Error> refusalToReplace(const std::string& from, const std::string& to) {
   struct stat source, target;
   if (!look(from, source) || !look(to, target)) return nullptr;
   if (isSame(source, target)) return errorOf(EEXIST, to);
-  if (!S_ISDIR(target.st_mode)) return nullptr;
   return attempt(from, [&] {
-    if (isInsideFolder(ItemPlace::of(from).folder.get(), target)) {
-      throw SystemCallError(EINVAL, "remove", to);
-    }
+    auto fromPlace = ItemPlace::of(from), toPlace = ItemPlace::of(to);
+    bool holdsSource = S_ISDIR(target.st_mode) &&
+                       isInsideFolder(fromPlace.folder.get(), toPlace.openFolder().get());
+    bool isPartOfSource = S_ISDIR(source.st_mode) &&
+                          isInsideFolder(toPlace.folder.get(), fromPlace.openFolder().get());
+    if (holdsSource || isPartOfSource) throw SystemCallError(EINVAL, "remove", to);
   });
 }
 

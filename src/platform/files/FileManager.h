@@ -36,8 +36,8 @@ Ref<Error> moveItem(const std::string& from, const std::string& to);
 Ref<Error> copyItem(const std::string& from, const std::string& to);
 // A folder with everything in it.
 Ref<Error> removeItem(const std::string& path);
-// Why the source could not be copied or moved in the place of the target: they are one item, or the
-// target holds the source.
+// Why the source could not be copied or moved in the place of the target: they are one item, or one
+// of them holds the other.
 Ref<Error> refusalToReplace(const std::string& from, const std::string& to);
 
 // Makes one folder, with permissions, owner and group (by number or name) out of the attributes.

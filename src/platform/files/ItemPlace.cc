@@ -27,21 +27,10 @@ std::string ItemPlace::path() const {
   return joinPath(folderPath, name);
 }
 
-bool isInsideFolder(int folder, const struct stat& item) {
-  FileDescriptor climbing;
-  int current = folder;
-  struct stat last {};
-  for (;;) {
-    struct stat status;
-    systemCall("fstat", [&] { return ::fstat(current, &status); });
-    if (status.st_dev == item.st_dev && status.st_ino == item.st_ino) return true;
-    // The root is its own parent.
-    if (status.st_dev == last.st_dev && status.st_ino == last.st_ino) return false;
-    last = status;
-    climbing.reset(systemCall(
-        "openat(..)", [&] { return ::openat(current, "..", O_PATH | O_DIRECTORY | O_CLOEXEC); }));
-    current = climbing.get();
-  }
+FileDescriptor ItemPlace::openFolder() const {
+  constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  return FileDescriptor(systemCall(
+      "openat", [&] { return ::openat(folder.get(), name.c_str(), kFlags); }, path()));
 }
 
 }  // namespace hoist::files

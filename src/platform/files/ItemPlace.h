@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <sys/stat.h>
-
 #include <string>
 
 #include "platform/FileDescriptor.h"
@@ -22,9 +20,9 @@ struct ItemPlace {
   static ItemPlace of(const std::string& path);
 
   std::string path() const;
+  // The item, which must be a folder and no link to one, for its place only (O_PATH). Throws
+  // SystemCallError.
+  FileDescriptor openFolder() const;
 };
-
-// Whether the open folder is the item or lies below it, up to the root. Throws SystemCallError.
-bool isInsideFolder(int folder, const struct stat& item);
 
 }  // namespace hoist::files

@@ -12,13 +12,14 @@
 #include <cerrno>
 #include <climits>
 #include <map>
-#include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/FilePaths.h"
 #include "platform/SystemCall.h"
 #include "platform/files/AttributeCopy.h"
 #include "platform/files/FileContent.h"
+#include "platform/files/FolderNesting.h"
 #include "platform/files/ItemPlace.h"
 #include "platform/files/TreeWalk.h"
 
@@ -46,18 +47,20 @@ class Copy final : public TreeVisitor {
   void item(int parent, const FolderEntry& entry) override;
 
  private:
+  // Whether the next entry is the top of the tree. What is below it inherits nothing from above.
+  bool isTop() const { return folders_.empty(); }
   // The folder of the target that the walk is in, and the name there for an entry: the top of the
   // tree has the target's name.
-  int targetFolder() const { return folders_.empty() ? target_.folder.get() : folders_.top(); }
+  int targetFolder() const { return isTop() ? target_.folder.get() : folders_.top(); }
   const char* targetName(const FolderEntry& entry) const {
-    return folders_.empty() ? target_.name.c_str() : entry.name.c_str();
+    return isTop() ? target_.name.c_str() : entry.name.c_str();
   }
   std::string targetPath(const FolderEntry& entry) const;
 
   struct stat statusOf(int file, const FolderEntry& entry) const;
   void copyFile(int parent, const FolderEntry& entry);
   void copyLink(int parent, const FolderEntry& entry, const struct stat& status);
-  void copySpecialFile(const FolderEntry& entry, const struct stat& status);
+  void copySpecialFile(int parent, const FolderEntry& entry, const struct stat& status);
   // Gives the file its further name if it has been copied under another one.
   bool linkToCopy(const FolderEntry& entry, const struct stat& status);
   void rememberCopy(const FolderEntry& entry, const struct stat& status);
@@ -66,6 +69,8 @@ class Copy final : public TreeVisitor {
   OpenFolders folders_;
   // The path of the current folder, and of everything in it, relative to the top of the target.
   std::vector<std::string> names_;
+  // The folders of the source on the way to it, as they were before they were read.
+  std::vector<struct stat> statuses_;
   std::map<Inode, std::string> copied_;
   ContentCopier content_;
 };
@@ -74,6 +79,12 @@ std::string joined(const std::vector<std::string>& names, std::string_view last)
   std::string path;
   for (auto& name : names) path.append(name).append("/");
   return path.append(last);
+}
+
+// Some file systems (of a network, FUSE) write only now, and say only now that it did not work.
+void close(FileDescriptor file, const LazyPath& path) {
+  // Interrupted or not, it is closed.
+  if (::close(file.release()) != 0 && errno != EINTR) throwSystemCallError("close", path());
 }
 
 std::string Copy::targetPath(const FolderEntry& entry) const {
@@ -90,6 +101,7 @@ FileDescriptor Copy::enter(int parent, const FolderEntry& entry) {
   FileDescriptor source(
       ::openat(parent, entry.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!source) throwSystemCallError("openat", pathOf(entry));
+  auto status = statusOf(source.get(), entry);
   auto name = targetName(entry);
   if (::mkdirat(targetFolder(), name, kPrivateFolder) != 0) {
     throwSystemCallError("mkdirat", targetPath(entry));
@@ -97,15 +109,19 @@ FileDescriptor Copy::enter(int parent, const FolderEntry& entry) {
   FileDescriptor made(
       ::openat(targetFolder(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!made) throwSystemCallError("openat", targetPath(entry));
+  if (isTop()) dropInheritedLists(made.get());
   names_.emplace_back(name);
+  statuses_.push_back(status);
   folders_.enter(std::move(made));
   return source;
 }
 
 void Copy::leave(int, const FolderEntry& entry, int folder) {
   auto made = folders_.leave();
+  auto status = statuses_.back();
   names_.pop_back();
-  copyAttributes(folder, statusOf(folder, entry), made.get(), [&] { return targetPath(entry); });
+  statuses_.pop_back();
+  copyAttributes(folder, status, made.get(), [&] { return targetPath(entry); });
 }
 
 void Copy::item(int parent, const FolderEntry& entry) {
@@ -121,7 +137,7 @@ void Copy::item(int parent, const FolderEntry& entry) {
   if (S_ISLNK(status.st_mode)) {
     copyLink(parent, entry, status);
   } else {
-    copySpecialFile(entry, status);
+    copySpecialFile(parent, entry, status);
   }
   rememberCopy(entry, status);
 }
@@ -141,9 +157,11 @@ void Copy::copyFile(int parent, const FolderEntry& entry) {
   if (!made) throwSystemCallError("openat", targetPath(entry));
   LazyPath sourcePath = [&] { return pathOf(entry); };
   LazyPath path = [&] { return targetPath(entry); };
+  if (isTop()) dropInheritedLists(made.get());
   try {
     content_.copy(source.get(), status, sourcePath, made.get(), path);
     copyAttributes(source.get(), status, made.get(), path);
+    close(std::move(made), path);
   } catch (...) {
     ::unlinkat(targetFolder(), name, 0);
     throw;
@@ -159,16 +177,19 @@ void Copy::copyLink(int parent, const FolderEntry& entry, const struct stat& sta
   LazyPath path = [&] { return targetPath(entry); };
   systemCallOn(path, "symlinkat",
                [&] { return ::symlinkat(target.c_str(), targetFolder(), targetName(entry)); });
-  copyAttributesByName(status, targetFolder(), targetName(entry), path);
+  copyAttributesByName({parent, entry.name.c_str()}, status, {targetFolder(), targetName(entry)},
+                       path);
 }
 
-void Copy::copySpecialFile(const FolderEntry& entry, const struct stat& status) {
+void Copy::copySpecialFile(int parent, const FolderEntry& entry, const struct stat& status) {
   LazyPath path = [&] { return targetPath(entry); };
   systemCallOn(path, "mknodat", [&] {
     return ::mknodat(targetFolder(), targetName(entry), (status.st_mode & S_IFMT) | kPrivateFile,
                      status.st_rdev);
   });
-  copyAttributesByName(status, targetFolder(), targetName(entry), path);
+  ItemName made{targetFolder(), targetName(entry)};
+  if (isTop()) dropInheritedLists(made);
+  copyAttributesByName({parent, entry.name.c_str()}, status, made, path);
 }
 
 void Copy::rememberCopy(const FolderEntry& entry, const struct stat& status) {
@@ -208,7 +229,7 @@ void copyTree(const std::string& from, const std::string& to) {
   if (::fstatat(target.folder.get(), target.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0) {
     throw SystemCallError(EEXIST, "copy", to);
   }
-  if (S_ISDIR(status.st_mode) && isInsideFolder(target.folder.get(), status)) {
+  if (S_ISDIR(status.st_mode) && isInsideFolder(target.folder.get(), source.openFolder().get())) {
     throw SystemCallError(EINVAL, "copy", to);
   }
   FolderEntry top{source.name, static_cast<unsigned char>(IFTODT(status.st_mode)), 0};

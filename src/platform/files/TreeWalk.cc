@@ -50,7 +50,8 @@ bool readFolder(int folder, std::vector<FolderEntry>& entries) {
   if (entries.size() >= kManyEntries) {
     std::sort(entries.begin(), entries.end(), [](auto& a, auto& b) { return a.fileID < b.fileID; });
   }
-  return length == 0;
+  // A folder that was removed after it was opened holds nothing.
+  return length == 0 || errno == ENOENT;
 }
 
 }  // namespace

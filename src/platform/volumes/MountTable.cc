@@ -53,6 +53,8 @@ Mount mountOf(libmnt_fs* fs) {
   mount.id = static_cast<std::uint64_t>(mnt_fs_get_id(fs));
   mount.source = textOr(mnt_fs_get_source(fs), "none");
   mount.mountPoint = textOr(mnt_fs_get_target(fs));
+  mount.root = textOr(mnt_fs_get_root(fs));
+  mount.device = mnt_fs_get_devno(fs);
   mount.type = textOr(mnt_fs_get_fstype(fs));
   mount.hidden = isHidden(fs, mount.type);
   mount.local = !mnt_fs_is_netfs(fs) && !contains(kFurtherNetworkTypes, mount.type);

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,6 +16,9 @@ struct Mount {
   std::uint64_t id = 0;  // the kernel's; used again when the mount is gone
   std::string source;
   std::string mountPoint;
+  // The folder of the file system that is mounted: "/", or a part of it.
+  std::string root;
+  dev_t device = 0;  // one number for all mounts of the file system
   std::string type;
   // Not meant to be seen in a file browser: the kernel's own file systems, and what is mounted with
   // x-gvfs-hide.

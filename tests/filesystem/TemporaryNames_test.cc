@@ -1,0 +1,77 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+// Names that are made of random numbers: here the numbers are given, so that a name can be taken.
+
+#include <gtest/gtest.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+
+#include "filesystem/PXPath.h"
+#include "platform/files/ExchangeCalls.h"
+#include "support/TemporaryFolder.h"
+
+namespace {
+
+std::deque<std::uint32_t>& givenNumbers() {
+  static auto& numbers = *new std::deque<std::uint32_t>;
+  return numbers;
+}
+
+}  // namespace
+
+// Takes the place of the C library's in this program.
+extern "C" std::uint32_t arc4random() noexcept {
+  std::uint32_t number = 0;
+  if (givenNumbers().empty()) {
+    (void)!::getrandom(&number, sizeof number, 0);
+  } else {
+    number = givenNumbers().front();
+    givenNumbers().pop_front();
+  }
+  return number;
+}
+
+namespace hoist {
+namespace {
+
+TEST(TemporaryNames, OfTheTemporaryFolderPassOverWhatIsThere) {
+  auto prefix = "hoist-" + std::to_string(::getpid());
+  auto taken = PXPath::tempPath()->pathOfChild(prefix + "-0000001a.ext");
+  std::ofstream(taken->path()) << "taken";
+  givenNumbers() = {0x1a, 0x1a, 0xfeedbeef};
+  auto path = PXPath::tempPathWithPrefix(prefix, "ext");
+  EXPECT_EQ(path->name(), prefix + "-feedbeef.ext");
+  taken->deleteFile();
+}
+
+// Leaves the first item under its temporary name.
+class OnlyTheFirstRename : public files::ExchangeCalls {
+ public:
+  int swap(const char*, const char*) override { return -1; }
+  int rename(const char* from, const char* to) override {
+    return ++renames == 1 ? ExchangeCalls::rename(from, to) : -1;
+  }
+  int renames = 0;
+};
+
+TEST(TemporaryNames, OfAnExchangePassOverWhatIsThere) {
+  TemporaryFolder folder;
+  folder.write("a", "");
+  folder.write("b", "b");
+  folder.write("_xchng_0000001a_a", "taken");
+  OnlyTheFirstRename calls;
+  files::ExchangeCallsOverride override(calls);
+  givenNumbers() = {0x1a, 0x2b};
+  EXPECT_ANY_THROW(
+      PXPath::initWithCPath(folder / "a")->swapWith(*PXPath::initWithCPath(folder / "b")));
+  EXPECT_EQ(std::filesystem::file_size(folder / "_xchng_0000001a_a"), 5u);
+  EXPECT_EQ(std::filesystem::file_size(folder / "_xchng_0000002b_a"), 1u);
+}
+
+}  // namespace
+}  // namespace hoist
