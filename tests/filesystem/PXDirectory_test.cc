@@ -346,6 +346,23 @@ TEST_F(Directory, IsNotSortedAgainUntilItIsResorted) {
   EXPECT_EQ(namesOf(*directory), (Names{"b", "c"}));
 }
 
+TEST_F(Directory, IsSortedOnceItCanBeReadThoughItCouldNotBeBefore) {
+  folder_.write("sub/x", "");
+  auto sub = directory("sub");
+  ASSERT_EQ(::rename((folder_ / "sub").c_str(), (folder_ / "away").c_str()), 0);
+  sub->sort();
+  ASSERT_EQ(::rename((folder_ / "away").c_str(), (folder_ / "sub").c_str()), 0);
+  Names names;
+  for (int i = 1; i < 50; ++i) {
+    names.push_back("n" + std::to_string(i));
+    folder_.write("sub/" + names.back(), "");
+  }
+  names.push_back("x");
+  ASSERT_NE(namesOf(*sub), names);
+  sub->sort();
+  EXPECT_EQ(namesOf(*sub), names);
+}
+
 TEST_F(Directory, KeepsTheOrderOfEqualChildrenAndAllOfThemWhenAComparisonRaises) {
   for (int i = 0; i < 100; ++i) folder_.write("x" + std::to_string(i), "");
   auto directory = this->directory();
