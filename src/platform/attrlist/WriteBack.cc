@@ -33,6 +33,8 @@ namespace hoist::attrlist {
 namespace {
 
 constexpr unsigned kPermissions = 07777;
+constexpr unsigned kSetIDBits = S_ISUID | S_ISGID;
+constexpr std::uint32_t kNoID = ~0U;
 constexpr long kNanosecondsPerSecond = 1'000'000'000;
 // The inode flags that stand for file flags that can be set.
 constexpr int kSettableInodeFlags = FS_NODUMP_FL | FS_IMMUTABLE_FL | FS_APPEND_FL;
@@ -80,6 +82,7 @@ class Change {
   bool checkUnsettable() const;
   bool checkFlags();
   bool changeOwnerAndMode();
+  bool keepsSetIDBits(unsigned mode) const;
   bool setOwner(std::uint32_t owner, std::uint32_t group);
   bool setMode(unsigned mode);
   bool setModifiedTime(const timespec& time);
@@ -106,6 +109,9 @@ class Change {
 };
 
 bool Change::check() {
+  // To the kernel that number means "leave it".
+  if (asks(ATTR_CMN_OWNERID) && values_.ownerID == kNoID) return fail(EINVAL);
+  if (asks(ATTR_CMN_GRPID) && values_.groupID == kNoID) return fail(EINVAL);
   if (asks(ATTR_CMN_MODTIME) &&
       (values_.modifiedTime.tv_nsec < 0 || values_.modifiedTime.tv_nsec >= kNanosecondsPerSecond)) {
     // Among them UTIME_NOW and UTIME_OMIT, which are no times.
@@ -177,12 +183,20 @@ bool Change::changeOwnerAndMode() {
     if (!setOwner(owner, group)) return false;
     ownerChanged_ = true;
   }
-  bool lostBits = changesOwner && (mode & (S_ISUID | S_ISGID)) != 0;
+  bool lostBits = changesOwner && (mode & kSetIDBits) != 0;
   if (hasMode && (mode != presentMode || lostBits)) {
     if (!setMode(mode)) return false;
     modeChanged_ = true;
+    if ((mode & kSetIDBits) != 0) return keepsSetIDBits(mode);
   }
   return true;
+}
+
+// The set-group-ID bit of a group that its owner does not belong to is dropped without a word.
+bool Change::keepsSetIDBits(unsigned mode) const {
+  struct statx item;
+  if (!look(item)) return false;
+  return ((item.stx_mode ^ mode) & kSetIDBits) == 0 || fail(EPERM);
 }
 
 void Change::undo() {

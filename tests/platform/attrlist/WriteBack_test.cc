@@ -127,6 +127,26 @@ TEST_F(WriteBack, NeverWidensRightsOnTheWay) {
   EXPECT_EQ(modeOf(file_), 0600u);
 }
 
+TEST_F(WriteBack, RefusesTheNumbersThatAreNoUserAndNoGroup) {
+  constexpr std::uint32_t kNoID = ~0U;
+  EXPECT_EQ(put(file_, ATTR_CMN_OWNERID | ATTR_CMN_ACCESSMASK, {.ownerID = kNoID, .access = 0}),
+            EINVAL);
+  EXPECT_EQ(put(file_, ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK, {.groupID = kNoID, .access = 0}),
+            EINVAL);
+  EXPECT_EQ(modeOf(file_), 0644u);
+}
+
+TEST_F(WriteBack, SaysSoWhenTheKernelDropsABitThatWasAskedFor) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  // A group that the owner does not belong to.
+  ASSERT_EQ(::chown(file_.c_str(), 1234, 77), 0);
+  {
+    AsUser user(1234);
+    EXPECT_EQ(put(file_, ATTR_CMN_ACCESSMASK, {.access = 02755}), EPERM);
+  }
+  EXPECT_EQ(modeOf(file_), 0644u);
+}
+
 TEST_F(WriteBack, ChangesALinkItselfAndRefusesItAMode) {
   auto link = folder_ / "link";
   ASSERT_EQ(::symlink("file", link.c_str()), 0);
