@@ -21,7 +21,7 @@
 // checked first, against the very item that was read (a descriptor, compared by device and file
 // number, never a second walk of the path), then made in an order in which no one ever has more
 // rights than before or after: restricting flags off, rights that are to go, owner, mode, times,
-// flags on. When a step fails, the steps before it are undone.
+// flags on. When a step fails, the steps before it are undone, with the same care for rights.
 //
 // A chown drops the set-ID bits of a file; they are put back, because only the owner was to change.
 
@@ -153,6 +153,8 @@ bool Change::checkFlags() {
 }
 
 bool Change::apply() {
+  // Flags alone can be exchanged at once, unless the file system forbids it for what is immutable.
+  if (flagFile_ && set_ == ATTR_CMN_FLAGS && setInodeFlags(wantedInodeFlags_)) return true;
   if (flagFile_ && (presentInodeFlags_ & kRestrictingInodeFlags) != 0) {
     if (!setInodeFlags(presentInodeFlags_ & ~kRestrictingInodeFlags)) return false;
     flagsChanged_ = true;
@@ -201,8 +203,13 @@ bool Change::keepsSetIDBits(unsigned mode) const {
 
 void Change::undo() {
   if (timeChanged_) setModifiedTime(timeOf(present_.stx_mtime));
-  if (ownerChanged_) setOwner(present_.stx_uid, present_.stx_gid);
-  if (ownerChanged_ || modeChanged_) setMode(present_.stx_mode & kPermissions);
+  auto mode = present_.stx_mode & kPermissions;
+  if (ownerChanged_) {
+    // The old owner and group must not get back more than they had.
+    if (modeChanged_ && asks(ATTR_CMN_ACCESSMASK)) setMode(mode & values_.access);
+    setOwner(present_.stx_uid, present_.stx_gid);
+  }
+  if (ownerChanged_ || modeChanged_) setMode(mode);
   if (flagsChanged_) setInodeFlags(presentInodeFlags_);
 }
 

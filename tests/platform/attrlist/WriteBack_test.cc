@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <linux/fs.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +20,14 @@ namespace hoist::attrlist {
 namespace {
 
 constexpr AttributeSet kEverything = {.common = 0x2278F0A, .directory = 7, .file = 0x207};
+
+void loseTheRightToSetFlags() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[2];
+  EXPECT_EQ(::syscall(SYS_capget, &header, data), 0);
+  data[0].effective &= ~(1U << CAP_LINUX_IMMUTABLE);
+  EXPECT_EQ(::syscall(SYS_capset, &header, data), 0);
+}
 
 class WriteBack : public testing::Test {
  protected:
@@ -125,6 +135,42 @@ TEST_F(WriteBack, NeverWidensRightsOnTheWay) {
   EXPECT_EQ(stepsFrom(06755, ATTR_CMN_OWNERID, {.ownerID = 2}), (std::vector<int>{-1, 06755}));
   EXPECT_EQ(stepsFrom(0644, ATTR_CMN_ACCESSMASK, {.access = 0600}), (std::vector<int>{0600}));
   EXPECT_EQ(modeOf(file_), 0600u);
+}
+
+TEST_F(WriteBack, NeverWidensRightsWhenItIsUndone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  ASSERT_EQ(::chown(file_.c_str(), 1, 1), 0);
+  ASSERT_EQ(::chmod(file_.c_str(), 0640), 0);
+  auto calls = systemCallsOf([&] {
+    // Everything can be done but the last step.
+    loseTheRightToSetFlags();
+    return [&] {
+      put(file_, ATTR_CMN_OWNERID | ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK | ATTR_CMN_FLAGS,
+          {.ownerID = 2, .groupID = 2, .access = 04664, .flags = SF_IMMUTABLE});
+    };
+  });
+  ASSERT_TRUE(calls);
+  // The old group shall not write, not even for a moment.
+  EXPECT_EQ(stepsOf(*calls), (std::vector<int>{-1, 04664, 0640, -1, 0640}));
+  EXPECT_EQ(modeOf(file_), 0640u);
+  EXPECT_EQ(now(file_).groupID, 1u);
+}
+
+TEST_F(WriteBack, LiftsNoRestrictionWhenOnlyTheFlagsChange) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  if (put(file_, ATTR_CMN_FLAGS, {.flags = SF_APPEND}) != 0) GTEST_SKIP() << "no file flags here";
+  auto calls =
+      systemCallsOf([&] { return [&] { put(file_, ATTR_CMN_FLAGS, {.flags = SF_IMMUTABLE}); }; });
+  ASSERT_TRUE(calls);
+  EXPECT_EQ(std::ranges::count_if(*calls,
+                                  [](auto& call) {
+                                    return call.number == SYS_ioctl &&
+                                           call.arguments[1] == FS_IOC_SETFLAGS;
+                                  }),
+            1);
+  EXPECT_EQ(now(file_).flags, SF_IMMUTABLE);
+  EXPECT_EQ(put(file_, ATTR_CMN_FLAGS, {.flags = SF_IMMUTABLE | UF_NODUMP}), 0);
+  EXPECT_EQ(now(file_).flags, SF_IMMUTABLE | UF_NODUMP);
 }
 
 TEST_F(WriteBack, RefusesTheNumbersThatAreNoUserAndNoGroup) {
