@@ -477,6 +477,7 @@ TEST_F(Directory, DescribesItselfWithoutRaising) {
   gone->flushAttributes();
   EXPECT_EQ(gone->logDescription(), "folder sub");
   EXPECT_EQ(gone->displayName(), "sub");
+  EXPECT_EQ(gone->displayPath(), "?/sub/");
   EXPECT_EQ(PXDirectory::directoryWithPath("/proc")->logTypeDescription(), "volume");
 }
 

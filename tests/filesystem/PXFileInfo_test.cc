@@ -421,6 +421,16 @@ TEST_F(FileInfo, FindsItsParentByTheListingOrByAProbe) {
   EXPECT_EQ(listed->displayPath(), "?/x");
 }
 
+TEST_F(FileInfo, HasADisplayPathThoughTheFoldersAboveTellNothing) {
+  folder_.write("sub/x", "");
+  auto sub = infoOf("sub")->asDirectory();
+  auto listed = PXFileInfo::initWithDirEntry("x", DT_REG, sub->pathObject());
+  auto probed = infoOf("sub/x");
+  calls_.errorOfReads = EACCES;
+  EXPECT_EQ(listed->displayPath(), "?/sub/x");
+  EXPECT_EQ(probed->displayPath(), "?/x");
+}
+
 TEST_F(FileInfo, MapsTheTypeBytesOfDirectoryEntries) {
   auto parent = PXPath::initWithCPath("/parent");
   auto typeOf = [&](unsigned char byte) {
