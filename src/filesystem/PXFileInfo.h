@@ -258,6 +258,7 @@ class PXFileInfo : public Object, public PXAbstractFile {
   // The path object, which is made here for a listed item.
   const Ref<PXPath>& location() const;
 
+  void keepUpWith(const attrlist::ItemAttributes& after) REQUIRES(attrLock_);
   // Changes a field of the record, if there can be one, and marks it.
   template <class Field, class Value>
   void edit(Field CommonAttributes::*field, Value value, std::uint32_t attribute);

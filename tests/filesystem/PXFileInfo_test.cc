@@ -271,6 +271,22 @@ TEST_F(FileInfo, WritesEverythingBackTwiceThoughTheChangeTimeMoves) {
   EXPECT_EQ(infoOf("x")->modifiedTimeSpec().tv_nsec, 400);
 }
 
+TEST_F(FileInfo, WritesEverythingBackAfterAWriteBackThatWasUndone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  auto path = folder_.write("x", "");
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chown(path.c_str(), 1234, 1234), 0);
+  AsUser user(1234);
+  auto info = infoOf("x");
+  info->setAccess(0600);
+  // Which its owner may not set; undoing what was written moves the change time.
+  info->setFileFlags(SF_IMMUTABLE);
+  raisedBy([&] { info->setCommonAttributes(kWritableCommonAttributes); });
+  info->setFileFlags(0);
+  info->setCommonAttributes(kWritableCommonAttributes);
+  EXPECT_EQ(modeOf("x"), 0600u);
+}
+
 TEST_F(FileInfo, KeepsTheMarksWhenTheWriteBackFails) {
   folder_.write("x", "");
   auto info = infoOf("x");

@@ -73,12 +73,14 @@ class Change {
   bool apply();
   // Puts back what apply has changed so far.
   void undo();
-  bool look(struct statx& item) const {
-    return ::statx(file_.get(), "", AT_EMPTY_PATH, kMask, &item) == 0;
-  }
+  // The item as it is now.
+  bool describe(ItemAttributes& now) const;
 
  private:
   bool asks(std::uint32_t attribute) const { return (set_ & attribute) != 0; }
+  bool look(struct statx& item) const {
+    return ::statx(file_.get(), "", AT_EMPTY_PATH, kMask, &item) == 0;
+  }
   bool checkUnsettable() const;
   bool checkFlags();
   bool changeOwnerAndMode();
@@ -213,6 +215,14 @@ void Change::undo() {
   if (flagsChanged_) setInodeFlags(presentInodeFlags_);
 }
 
+bool Change::describe(ItemAttributes& now) const {
+  struct statx item;
+  if (!look(item)) return false;
+  now = {};
+  translate(item, {.common = ~0U, .directory = ~0U, .file = ~0U}, now);
+  return true;
+}
+
 bool Change::setOwner(std::uint32_t owner, std::uint32_t group) {
   return ::fchownat(file_.get(), "", owner, group, AT_EMPTY_PATH) == 0;
 }
@@ -236,6 +246,7 @@ bool Change::setInodeFlags(int flags) {
 
 int writeBack(const char* path, const ItemIdentity& expected, std::uint32_t commonSet,
               const CommonValues& values, ItemAttributes& after) {
+  after = {};
   FileDescriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!file) return -1;
   Change change(std::move(file), commonSet & kWritableCommonAttributes, values);
@@ -245,17 +256,12 @@ int writeBack(const char* path, const ItemIdentity& expected, std::uint32_t comm
     return -1;
   }
   if (!change.check()) return -1;
-  if (!change.apply()) {
-    int error = errno;
-    change.undo();
-    errno = error;
-    return -1;
-  }
-  struct statx item;
-  if (!change.look(item)) return -1;
-  after = {};
-  translate(item, {.common = ~0U, .directory = ~0U, .file = ~0U}, after);
-  return 0;
+  if (change.apply()) return change.describe(after) ? 0 : -1;
+  int error = errno;
+  change.undo();
+  change.describe(after);
+  errno = error;
+  return -1;
 }
 
 }  // namespace hoist::attrlist
