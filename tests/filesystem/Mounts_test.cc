@@ -305,6 +305,37 @@ TEST_P(MountsOfEveryKind, MoveTreesToEachOther) {
   EXPECT_TRUE(moved->fileInfo()->volumeInfo()->isEqual(*PXVolumeInfo::volumeInfoForPath(other)));
 }
 
+TEST_P(MountsOfEveryKind, KeepWhatIsWrittenBackToAnyItem) {
+  auto point = volumes_->make(GetParam(), "vol");
+  std::ofstream(point + "/file") << "file";
+  fs::create_directory(point + "/folder");
+  fs::create_symlink("file", point + "/link");
+  ASSERT_EQ(::mkfifo((point + "/pipe").c_str(), 0600), 0);
+  auto root = PXDirectory::directoryWithPath(point);
+  for (auto& item : *root) {
+    // What comes with a new file system.
+    if (std::string_view(item->cName()) == "lost+found") continue;
+    SCOPED_TRACE(item->cName());
+    auto probed = PXFileInfo::infoForPath(item->path());
+    probed->setModifiedTimeSpec({900'000'000, 1});
+    item->setOwnerID(11);
+    item->setGroupID(12);
+    if (!item->isSymbolicLink()) item->setAccess(04751);
+    item->setModifiedTimeSpec({1'000'000'000, 123'456'789});
+    item->setModifiedAttributes();
+    auto now = PXFileInfo::infoForPath(item->path());
+    EXPECT_EQ(now->ownerID(), 11u);
+    EXPECT_EQ(now->groupID(), 12u);
+    EXPECT_EQ(now->access(), item->access());
+    EXPECT_EQ(now->modifiedTimeSpec().tv_sec, 1'000'000'000);
+    EXPECT_EQ(now->modifiedTimeSpec().tv_nsec, 123'456'789);
+    // It is still the item that others have read.
+    probed->setModifiedAttributes();
+    now->flushAttributes();
+    EXPECT_EQ(now->modifiedTimeSpec().tv_sec, 900'000'000);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, MountsOfEveryKind, testing::ValuesIn(TestVolumes::kinds()),
                          [](auto& info) { return info.param; });
 

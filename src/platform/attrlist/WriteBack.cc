@@ -235,7 +235,14 @@ bool Change::setMode(unsigned mode) {
 
 bool Change::setModifiedTime(const timespec& time) {
   timespec times[2] = {{0, UTIME_OMIT}, time};
-  return ::utimensat(file_.get(), "", times, AT_EMPTY_PATH) == 0;
+  auto set = [&] { return ::utimensat(file_.get(), "", times, AT_EMPTY_PATH) == 0; };
+  struct statx item;
+  if (!set() || !look(item)) return false;
+  if (equal(timeOf(item.stx_mtime), time)) return true;
+  // The file system keeps coarser times, or it is one of the many FUSE programs that quietly do
+  // nothing unless both times are set.
+  times[0] = timeOf(item.stx_atime);
+  return set();
 }
 
 bool Change::setInodeFlags(int flags) {
