@@ -83,22 +83,25 @@ Ref<PXVolumeInfo> PXDirectory::volumeInfo() const {
   // Up to the first folder that knows its volume or is its root; then all on the way know it.
   std::vector<Ref<PXDirectory>> unaware;
   Ref<PXVolumeInfo> volume;
-  for (auto folder = self<PXDirectory>(); folder && !volume; folder = folder->livingParent()) {
-    {
-      SpinLockHolder lock(folder->volumeLock_);
-      volume = folder->circularVolInfo_.lock();
-      if (!volume) volume = folder->volumeInfo_;
-    }
+  for (auto folder = self<PXDirectory>(); folder; folder = folder->livingParent()) {
+    volume = folder->keptVolumeInfo(nullptr);
     if (volume) break;
     unaware.push_back(folder);
     if (folder->isMountPoint()) break;
   }
   if (!volume) volume = PXVolumeInfo::initWithPath(unaware.back()->cPath());
-  for (auto& folder : unaware) {
-    SpinLockHolder lock(folder->volumeLock_);
-    if (!folder->volumeInfo_) folder->volumeInfo_ = volume;
+  // Down again: threads that have come here at the same time agree on what the uppermost keeps.
+  for (auto folder = unaware.rbegin(); folder != unaware.rend(); ++folder) {
+    volume = (*folder)->keptVolumeInfo(volume);
   }
   return volume;
+}
+
+Ref<PXVolumeInfo> PXDirectory::keptVolumeInfo(const Ref<PXVolumeInfo>& other) const {
+  SpinLockHolder lock(volumeLock_);
+  if (auto circular = circularVolInfo_.lock()) return circular;
+  if (!volumeInfo_) volumeInfo_ = other;
+  return volumeInfo_;
 }
 
 void PXDirectory::setVolumeInfo(const Ref<PXVolumeInfo>& info) {

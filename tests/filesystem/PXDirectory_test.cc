@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <latch>
 #include <optional>
 #include <regex>
 #include <set>
@@ -496,6 +497,26 @@ TEST_F(Directory, IsReadOnceByManyThreads) {
   int reads = std::exchange(calls_.bulkReads, 0);
   EXPECT_EQ(namesOf(*this->directory()).size(), 300u);
   EXPECT_EQ(reads, calls_.bulkReads);
+}
+
+TEST_F(Directory, AnswersOneVolumeToAllThreads) {
+  folder_.write("sub/x", "");
+  for (int round = 0; round < 50; ++round) {
+    auto directory = this->directory();
+    auto sub = directory->subdirectoryMatchingName("sub");
+    std::vector<Ref<PXVolumeInfo>> volumes(4);
+    {
+      std::vector<std::jthread> threads;
+      std::latch start(4);
+      for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+          start.arrive_and_wait();
+          volumes[i] = (i % 2 == 0 ? directory : sub)->volumeInfo();
+        });
+      }
+    }
+    for (auto& volume : volumes) ASSERT_EQ(volume, directory->volumeInfo()) << round;
+  }
 }
 
 TEST_F(Directory, ReadsWhileItsContentChanges) {
