@@ -315,7 +315,7 @@ TEST_F(Directory, ReportsAFlushDuringAnEnumeration) {
 }
 
 TEST_F(Directory, SortsByNameOnce) {
-  for (auto name : {"x10", "X2", "x1", "b", "A"}) folder_.write(name, "");
+  for (auto name : {"x10", "A", "b", "x1", "X2"}) folder_.write(name, "");
   auto directory = this->directory();
   directory->sort();
   EXPECT_EQ(namesOf(*directory), (Names{"A", "b", "x1", "X2", "x10"}));
@@ -517,6 +517,19 @@ TEST_F(Directory, AnswersOneVolumeToAllThreads) {
     }
     for (auto& volume : volumes) ASSERT_EQ(volume, directory->volumeInfo()) << round;
   }
+}
+
+TEST_F(Directory, HoldsTheVolumeThatRefersToItWeaklyAndNoOtherThen) {
+  auto directory = this->directory();
+  WeakRef<PXVolumeInfo> own = directory->volumeInfo();
+  EXPECT_FALSE(own.expired());
+  auto other = PXVolumeInfo::initWithPath(folder_.path().c_str());
+  directory->setVolumeInfo(other);
+  EXPECT_TRUE(own.expired());
+  EXPECT_EQ(directory->volumeInfo(), other);
+  WeakRef<PXVolumeInfo> weak = std::exchange(other, nullptr);
+  EXPECT_TRUE(weak.expired());
+  EXPECT_TRUE(directory->volumeInfo());
 }
 
 TEST_F(Directory, ReadsWhileItsContentChanges) {
