@@ -259,6 +259,7 @@ void PXFileInfo::keepUpWith(const ItemAttributes& after) {
   if ((after.returned.common & ATTR_CMN_FILEID) == 0) return;
   record_.device = after.device;
   record_.fileID = after.fileID;
+  if ((record_.modified & ATTR_CMN_CRTIME) == 0) record_.createdTime = after.createdTime;
   if ((record_.modified & ATTR_CMN_CHGTIME) == 0) {
     record_.attributeChangedTime = after.attributeChangedTime;
   }

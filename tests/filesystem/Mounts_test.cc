@@ -16,6 +16,7 @@
 #include <set>
 
 #include "filesystem/PXDirectory.h"
+#include "filesystem/PXNonexistentFile.h"
 #include "filesystem/PXPath.h"
 #include "filesystem/PXVolumeInfo.h"
 #include "platform/attrlist/AttributeCalls.h"
@@ -61,6 +62,27 @@ class Mounts : public testing::Test {
   std::optional<TestVolumes> volumes_;
 };
 
+// ---- Which volume ----
+
+TEST_F(Mounts, AreThatOfTheFolderForALinkThatLeadsElsewhere) {
+  auto point = volumes_->make("tmpfs", "vol");
+  fs::create_symlink(point, volumes_->folder() / "link");
+  auto folder = PXDirectory::directoryWithPath(volumes_->folder().path());
+  auto link = folder->objectMatchingName("link");
+  EXPECT_EQ(link->volumeInfo(), folder->volumeInfo());
+}
+
+TEST_F(Mounts, AreNotWhereAMissingItemIsThatWasTheirRoot) {
+  auto point = volumes_->make("tmpfs", "vol");
+  auto folder = PXDirectory::directoryWithPath(volumes_->folder().path());
+  auto mounted = folder->subdirectoryMatchingName("vol");
+  ASSERT_NE(mounted->deviceID(), folder->deviceID());
+  auto missing = PXNonexistentFile::initWithPathObject(mounted->pathObject());
+  EXPECT_EQ(missing->deviceID(), folder->deviceID());
+  auto probed = PXDirectory::directoryWithPath(point);
+  EXPECT_EQ(PXNonexistentFile::initWithPathObject(probed->pathObject())->deviceID(), 0u);
+}
+
 // ---- Read-only ----
 
 TEST_F(Mounts, ThatAreReadOnlyRefuseEveryChange) {
@@ -100,6 +122,27 @@ TEST_F(Mounts, ThatAreNoSuidKeepTheBitsAllTheSame) {
   EXPECT_EQ(PXFileInfo::infoForPath(point + "/tool")->access(), 04755);
   at(point + "/tool")->copyTo("copy", false);
   EXPECT_EQ(PXFileInfo::infoForPath(point + "/copy")->access(), 04755);
+}
+
+// ---- Overlays ----
+
+TEST_F(Mounts, ThatAreOverlaysHaveTheSameItemAfterItWasCopiedUp) {
+  auto layers = volumes_->make("tmpfs", "layers");
+  for (auto layer : {"/lower", "/upper", "/work"}) fs::create_directory(layers + layer);
+  std::ofstream(layers + "/lower/x") << "x";
+  auto point = volumes_->newPoint("vol");
+  volumes_->mount(
+      "overlay", point, "overlay", 0,
+      "lowerdir=" + layers + "/lower,upperdir=" + layers + "/upper,workdir=" + layers + "/work");
+  auto info = PXFileInfo::infoForPath(point + "/x"), other = PXFileInfo::infoForPath(point + "/x");
+  other->setModifiedTimeSpec({3, 0});
+  for (time_t time : {1, 2}) {
+    info->setModifiedTimeSpec({time, 0});
+    info->setCommonAttributes(attrlist::kWritableCommonAttributes);
+    EXPECT_EQ(PXFileInfo::infoForPath(point + "/x")->modifiedTimeSpec().tv_sec, time);
+  }
+  other->setModifiedAttributes();
+  EXPECT_EQ(PXFileInfo::infoForPath(point + "/x")->modifiedTimeSpec().tv_sec, 3);
 }
 
 // ---- An ordinary user ----

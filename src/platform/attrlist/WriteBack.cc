@@ -4,9 +4,11 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,10 +20,11 @@
 #include "platform/attrlist/StatxReply.h"
 
 // Linux has one call for each attribute where the original has one for all. So the whole change is
-// checked first, against the very item that was read (a descriptor, compared by device and file
-// number, never a second walk of the path), then made in an order in which no one ever has more
-// rights than before or after: restricting flags off, rights that are to go, owner, mode, times,
-// flags on. When a step fails, the steps before it are undone, with the same care for rights.
+// checked first, against the very item that was read (a descriptor, compared by device, file number
+// and creation time, never a second walk of the path), then made in an order in which no one ever
+// has more rights than before or after: restricting flags off, rights that are to go, owner, mode,
+// times, flags on. When a step fails, the steps before it are undone, with the same care for
+// rights.
 //
 // A chown drops the set-ID bits of a file; they are put back, because only the owner was to change.
 
@@ -65,9 +68,7 @@ class Change {
       : file_(std::move(file)), set_(set), values_(values) {}
 
   bool readPresent() { return look(present_); }
-  bool isItem(const ItemIdentity& expected) const {
-    return expected == ItemIdentity{deviceNumber(present_), present_.stx_ino};
-  }
+  bool isItem(const ItemIdentity& expected) const;
   // Whether everything that is asked for can be done; makes ready for the flags.
   bool check();
   bool apply();
@@ -81,6 +82,7 @@ class Change {
   bool look(struct statx& item) const {
     return ::statx(file_.get(), "", AT_EMPTY_PATH, kMask, &item) == 0;
   }
+  bool isOfOverlay() const;
   bool checkUnsettable() const;
   bool checkFlags();
   bool changeOwnerAndMode();
@@ -109,6 +111,19 @@ class Change {
   bool modeChanged_ = false;
   bool timeChanged_ = false;
 };
+
+bool Change::isItem(const ItemIdentity& expected) const {
+  if (expected.device != deviceNumber(present_) || expected.fileID != present_.stx_ino)
+    return false;
+  bool knowsCreation = (present_.stx_mask & STATX_BTIME) && !equal(expected.createdTime, {});
+  return !knowsCreation || equal(expected.createdTime, timeOf(present_.stx_btime)) || isOfOverlay();
+}
+
+// There an item gets a new creation time when it is copied up to be written to.
+bool Change::isOfOverlay() const {
+  struct statfs volume;
+  return ::fstatfs(file_.get(), &volume) == 0 && volume.f_type == OVERLAYFS_SUPER_MAGIC;
+}
 
 bool Change::check() {
   // To the kernel that number means "leave it".
