@@ -204,6 +204,26 @@ TEST_F(Directory, RaisesWhenReadingFails) {
   EXPECT_EQ(namesOf(*directory), Names{"x"});
 }
 
+TEST_F(Directory, LeavesOutWhatHasNoTypeOrABadOne) {
+  class NoTypes : public AttributeCalls {
+   public:
+    int getattrlistbulk(int folder, const AttributeSet& request, BulkBuffer& buffer,
+                        std::uint32_t options) override {
+      int count = AttributeCalls::getattrlistbulk(folder, request, buffer, options);
+      for (auto& entry : buffer.entries()) {
+        if (*entry.name == 'n') entry.attributes.objectType = 0;
+        if (*entry.name == 'b') entry.attributes.objectType = 8;
+      }
+      return count;
+    }
+  } calls;
+  AttributeCallsOverride override(calls);
+  for (auto name : {"none", "file", "bad"}) folder_.write(name, "");
+  auto directory = this->directory();
+  EXPECT_EQ(namesOf(*directory), Names{"file"});
+  EXPECT_EQ(directory->count(), 1u);
+}
+
 TEST_F(Directory, ListsPlainlyBelowTheLevelOfBulkReading) {
   FacilityLevelOverride level(packedVersion(10, 9));
   folder_.write("file", "abc");

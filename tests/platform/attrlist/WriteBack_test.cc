@@ -21,11 +21,11 @@ namespace {
 
 constexpr AttributeSet kEverything = {.common = 0x2278F0A, .directory = 7, .file = 0x207};
 
-void loseTheRightToSetFlags() {
+void lose(int capability) {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   __user_cap_data_struct data[2];
   EXPECT_EQ(::syscall(SYS_capget, &header, data), 0);
-  data[0].effective &= ~(1U << CAP_LINUX_IMMUTABLE);
+  data[0].effective &= ~(1U << capability);
   EXPECT_EQ(::syscall(SYS_capset, &header, data), 0);
 }
 
@@ -143,7 +143,7 @@ TEST_F(WriteBack, NeverWidensRightsWhenItIsUndone) {
   ASSERT_EQ(::chmod(file_.c_str(), 0640), 0);
   auto calls = systemCallsOf([&] {
     // Everything can be done but the last step.
-    loseTheRightToSetFlags();
+    lose(CAP_LINUX_IMMUTABLE);
     return [&] {
       put(file_, ATTR_CMN_OWNERID | ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK | ATTR_CMN_FLAGS,
           {.ownerID = 2, .groupID = 2, .access = 04664, .flags = SF_IMMUTABLE});
@@ -154,6 +154,18 @@ TEST_F(WriteBack, NeverWidensRightsWhenItIsUndone) {
   EXPECT_EQ(stepsOf(*calls), (std::vector<int>{-1, 04664, 0640, -1, 0640}));
   EXPECT_EQ(modeOf(file_), 0640u);
   EXPECT_EQ(now(file_).groupID, 1u);
+}
+
+TEST_F(WriteBack, RestrictsTheItemAgainWhenItIsUndone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  if (put(file_, ATTR_CMN_FLAGS, {.flags = SF_APPEND}) != 0) GTEST_SKIP() << "no file flags here";
+  auto calls = systemCallsOf([&] {
+    lose(CAP_CHOWN);
+    return [&] { put(file_, ATTR_CMN_OWNERID | ATTR_CMN_FLAGS, {.ownerID = 2, .flags = 0}); };
+  });
+  ASSERT_TRUE(calls);
+  EXPECT_EQ(now(file_).ownerID, 0u);
+  EXPECT_EQ(now(file_).flags, SF_APPEND);
 }
 
 TEST_F(WriteBack, LiftsNoRestrictionWhenOnlyTheFlagsChange) {
