@@ -243,6 +243,9 @@ class PXFileInfo : public Object, public PXAbstractFile {
   virtual void getCommonAttrs(int file) const REQUIRES(attrLock_);
   // Fills in the record; each class its own part.
   virtual void parseAttrs(const attrlist::ItemAttributes& attributes) const REQUIRES(attrLock_);
+  // For an object that has given its item another location, or made it anew: the record, edits and
+  // all, is that of the item which is there now.
+  void adoptItem();
   // Reads the record unless it is there; answers whether it is.
   bool readRecord() const REQUIRES(attrLock_);
 

@@ -253,6 +253,16 @@ void PXFileInfo::setCommonAttributes(std::uint32_t set) {
   }
 }
 
+void PXFileInfo::adoptItem() {
+  SpinLockHolder lock(attrLock_);
+  if (!hasFlag(kHasAttributes)) return;
+  AttributeSet request;
+  prepareAttrRequest(request);
+  ItemAttributes now;
+  bool isThere = AttributeCalls::current().getattrlist(cPath(), request, now, kReadOptions) == 0;
+  if (isThere && now.objectType == vtype_) keepUpWith(now);
+}
+
 // Writing, and the undoing of it, changes these by itself; they must stay what the next write-back
 // compares with.
 void PXFileInfo::keepUpWith(const ItemAttributes& after) {

@@ -64,6 +64,7 @@ void PXSymbolicLink::setContents(const char* target) {
         .raise();
   }
   contents_ = std::move(text);
+  adoptItem();
 }
 
 std::uint64_t PXSymbolicLink::dataLength() const {

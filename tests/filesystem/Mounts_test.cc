@@ -83,6 +83,20 @@ TEST_F(Mounts, AreNotWhereAMissingItemIsThatWasTheirRoot) {
   EXPECT_EQ(PXNonexistentFile::initWithPathObject(probed->pathObject())->deviceID(), 0u);
 }
 
+TEST_F(Mounts, MayChangeForAnItemWithEditsThatAreNotWritten) {
+  auto point = volumes_->make("tmpfs", "vol");
+  auto info = PXFileInfo::infoForPath(volumes_->folder().write("x", "x"));
+  info->setAccess(0600);
+  info->moveToDirectory(point, std::nullopt, false);
+  info->setCommonAttributes(attrlist::ATTR_CMN_ACCESSMASK | attrlist::ATTR_CMN_CRTIME |
+                            attrlist::ATTR_CMN_CHGTIME);
+  EXPECT_EQ(PXFileInfo::infoForPath(point + "/x")->access(), 0600);
+  info->setAccess(0640);
+  info->moveTo("y", false);
+  info->setCommonAttributes(attrlist::ATTR_CMN_ACCESSMASK | attrlist::ATTR_CMN_CHGTIME);
+  EXPECT_EQ(PXFileInfo::infoForPath(point + "/y")->access(), 0640);
+}
+
 // ---- Read-only ----
 
 TEST_F(Mounts, ThatAreReadOnlyRefuseEveryChange) {
