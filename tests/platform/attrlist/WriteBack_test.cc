@@ -230,6 +230,23 @@ TEST_F(WriteBack, RefusesAnotherItemThanTheOneThatWasRead) {
   EXPECT_NE(modeOf(file_), 0777u);
 }
 
+TEST_F(WriteBack, RefusesAnItemOfAnotherCreationTimeUnlessThatIsNotKnown) {
+  auto item = now(file_);
+  if (item.createdTime.tv_sec == 0) GTEST_SKIP() << "no creation times here";
+  auto result = [&](timespec createdTime) {
+    ItemAttributes after;
+    return AttributeCalls::current().setattrlist(file_.c_str(),
+                                                 {item.device, item.fileID, createdTime},
+                                                 ATTR_CMN_ACCESSMASK, {.access = 0600}, after) == 0
+               ? 0
+               : errno;
+  };
+  EXPECT_EQ(result({item.createdTime.tv_sec - 1, item.createdTime.tv_nsec}), ESTALE);
+  EXPECT_EQ(modeOf(file_), 0644u);
+  EXPECT_EQ(result({}), 0);
+  EXPECT_EQ(result(item.createdTime), 0);
+}
+
 TEST_F(WriteBack, PassesEqualValuesOfWhatCannotBeSetAndRefusesOthersBeforeWriting) {
   auto item = now(file_);
   CommonValues values = {.script = 0,
