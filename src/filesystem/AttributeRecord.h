@@ -32,7 +32,10 @@ struct CommonAttributes {
   CommonAttributes() = default;
   explicit CommonAttributes(const attrlist::ItemAttributes& attributes);
 
-  attrlist::ItemIdentity identity() const { return {device, fileID}; }
+  attrlist::ItemIdentity identity() const {
+    bool knowsCreation = (modified & attrlist::ATTR_CMN_CRTIME) == 0;
+    return {device, fileID, knowsCreation ? createdTime : timespec{}};
+  }
 };
 
 // What the record of a file has besides.

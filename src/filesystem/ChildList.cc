@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <span>
 #include <vector>
 
 #include "filesystem/ChainRelease.h"
@@ -12,12 +13,31 @@
 // Sorting orders the links of the chain in an array, then chains the children anew: merge sort
 // either way, but without a cache miss at each link, and without recursion along the chain. Until
 // the order is known, nothing moves, so whatever is thrown leaves the list as it was.
+//
+// The merge sort is our own because the comparison is the caller's: children may change while they
+// are sorted, and std::stable_sort leaves its array when a comparison contradicts itself.
 
 namespace hoist {
 namespace {
 
 // How many children ahead memory is asked for: they lie far apart when their order changes.
 constexpr std::size_t kAhead = 8;
+
+using Order = std::span<std::uint32_t>;
+
+// Asks only whether a left one and a right one descend: if not, the left one goes first. The room
+// is as large as the order. Recurses as often as the order can be halved.
+template <class Descend>
+void mergeSort(Order order, Order room, const Descend& descend) {
+  if (order.size() < 2) return;
+  auto half = (order.size() + 1) / 2;
+  auto left = order.first(half), right = order.subspan(half);
+  mergeSort(left, room, descend);
+  mergeSort(right, room, descend);
+  auto merged = room.first(order.size());
+  std::ranges::merge(left, right, merged.begin(), [&](auto b, auto a) { return descend(a, b); });
+  std::ranges::copy(merged, order.begin());
+}
 
 }  // namespace
 
@@ -69,8 +89,8 @@ void ChildList::sort(const Comparison& compare) {
   auto links = this->links([](auto&) {});
   std::vector<std::uint32_t> order(links.size());
   std::iota(order.begin(), order.end(), 0);
-  std::ranges::stable_sort(order,
-                           [&](auto a, auto b) { return compare(**links[a], **links[b]) < 0; });
+  std::vector<std::uint32_t> room(order.size());
+  mergeSort(order, room, [&](auto a, auto b) { return compare(**links[a], **links[b]) > 0; });
   chainAnew(links, order);
 }
 

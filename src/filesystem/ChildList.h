@@ -27,8 +27,10 @@ class ChildList {
   void append(Ref<PXFileInfo> child);
   void append(ChildList&& children);
 
-  // Stable: children that compare equal keep their order. An exception of the comparison passes on
-  // and leaves the list as it was.
+  // Merge sort: of two children the right one goes first only when the comparison of the left one
+  // with it says "greater", so those that compare equal keep their order. An exception of the
+  // comparison passes on and leaves the list as it was; one that contradicts itself gives some
+  // order.
   void sort(const Comparison& compare);
   // The same with PXFileInfo::compareNames, but with each name's key made once.
   void sortByName();

@@ -108,6 +108,8 @@ void PXDirectory::sort() {
   lazyDirectoryRead();
   if (hasFlag(kSortedByName)) return;
   SpinLockHolder lock(contentsLock_);
+  // What could not be read yet is not sorted either.
+  if (!hasFlag(kContentsRead)) return;
   children_.sortByName();
   setFlag(kSortedByName);
 }

@@ -152,6 +152,9 @@ class PXDirectory final : public PXFileInfo, public PXAbstractDirectory {
   // Null when it is its own parent: the root of a file tree that is no mount's.
   Ref<PXDirectory> folderAbove() const;
 
+  // What is known of the volume; else the other one, which is known from now on.
+  Ref<PXVolumeInfo> keptVolumeInfo(const Ref<PXVolumeInfo>& other) const;
+
   mutable DirectoryAttributes directoryRecord_ GUARDED_BY(attrLock_);
 
   mutable SpinLock contentsLock_;

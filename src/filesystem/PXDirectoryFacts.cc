@@ -1,13 +1,11 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
-#include <fmt/format.h>
-
 #include <vector>
 
+#include "filesystem/Describing.h"
 #include "filesystem/PXDirectory.h"
 #include "filesystem/PXPath.h"
 #include "filesystem/PXVolumeInfo.h"
-#include "logging/Logger.h"
 #include "platform/ResourceValues.h"
 
 // What a folder is itself. Whatever goes up the tree goes step by step in a loop: trees are deep
@@ -24,20 +22,6 @@ constexpr std::uint32_t kDirectoryRequest =
 static_assert(kDirectoryRequest == 7);
 constexpr std::uint32_t kDirectoryRequestSize = 12;  // bytes, as the original platform packs it
 constexpr std::uint32_t kIsMountPoint = 1;
-
-// What only describes does not raise.
-template <class Answer>
-Answer describing(const char* method, const PXFileInfo& info, const Answer& fallback,
-                  const std::function<Answer()>& code) {
-  try {
-    return code();
-  } catch (const Exception& exception) {
-    Logger::log(classification::Debug, [&] {
-      return fmt::format("{} can't describe {} ({})", method, info.path(), exception.description());
-    });
-    return fallback;
-  }
-}
 
 }  // namespace
 
@@ -69,47 +53,55 @@ Ref<PXDirectory> PXDirectory::folderAbove() const {
 }
 
 std::string PXDirectory::displayName() const {
-  return describing<std::string>("-[PXDirectory displayName]", *this, name(), [&] {
+  return describing("-[PXDirectory displayName]", *this, name(), [&] {
     return isMountPoint() ? volumeInfo()->displayName() : PXFileInfo::displayName();
   });
 }
 
 std::string PXDirectory::displayPath() const {
   std::string below;
-  auto folder = self<PXDirectory>();
-  while (!folder->isMountPoint()) {
-    below.insert(0, folder->PXFileInfo::displayName() + "/");
-    folder = folder->folderAbove();
-    if (!folder) return "?/" + below;
-  }
-  return folder->volumeInfo()->displayPath() + "/" + below;
+  auto above = describing("-[PXDirectory displayPath]", *this, "?/", [&]() -> std::string {
+    for (auto folder = self<PXDirectory>(); folder; folder = folder->folderAbove()) {
+      auto name = folder->PXFileInfo::displayName() + "/";
+      below.insert(0, name);
+      if (!folder->isMountPoint()) continue;
+      auto volume = folder->volumeInfo()->displayPath() + "/";
+      below.erase(0, name.size());
+      return volume;
+    }
+    return "?/";
+  });
+  return above + below;
 }
 
 std::string PXDirectory::logTypeDescription() const {
-  return describing<std::string>("-[PXDirectory logTypeDescription]", *this, "folder",
-                                 [&] { return isMountPoint() ? "volume" : "folder"; });
+  return describing("-[PXDirectory logTypeDescription]", *this, "folder",
+                    [&] { return isMountPoint() ? "volume" : "folder"; });
 }
 
 Ref<PXVolumeInfo> PXDirectory::volumeInfo() const {
   // Up to the first folder that knows its volume or is its root; then all on the way know it.
   std::vector<Ref<PXDirectory>> unaware;
   Ref<PXVolumeInfo> volume;
-  for (auto folder = self<PXDirectory>(); folder && !volume; folder = folder->livingParent()) {
-    {
-      SpinLockHolder lock(folder->volumeLock_);
-      volume = folder->circularVolInfo_.lock();
-      if (!volume) volume = folder->volumeInfo_;
-    }
+  for (auto folder = self<PXDirectory>(); folder; folder = folder->livingParent()) {
+    volume = folder->keptVolumeInfo(nullptr);
     if (volume) break;
     unaware.push_back(folder);
     if (folder->isMountPoint()) break;
   }
   if (!volume) volume = PXVolumeInfo::initWithPath(unaware.back()->cPath());
-  for (auto& folder : unaware) {
-    SpinLockHolder lock(folder->volumeLock_);
-    if (!folder->volumeInfo_) folder->volumeInfo_ = volume;
+  // Down again: threads that have come here at the same time agree on what the uppermost keeps.
+  for (auto folder = unaware.rbegin(); folder != unaware.rend(); ++folder) {
+    volume = (*folder)->keptVolumeInfo(volume);
   }
   return volume;
+}
+
+Ref<PXVolumeInfo> PXDirectory::keptVolumeInfo(const Ref<PXVolumeInfo>& other) const {
+  SpinLockHolder lock(volumeLock_);
+  if (auto circular = circularVolInfo_.lock()) return circular;
+  if (!volumeInfo_) volumeInfo_ = other;
+  return volumeInfo_;
 }
 
 void PXDirectory::setVolumeInfo(const Ref<PXVolumeInfo>& info) {

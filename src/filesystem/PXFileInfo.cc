@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "filesystem/ChainRelease.h"
+#include "filesystem/Describing.h"
 #include "filesystem/PXDirectory.h"
 #include "filesystem/PXSubPath.h"
 #include "filesystem/PXVolumeInfo.h"
@@ -115,8 +116,11 @@ Ref<PXDirectory> PXFileInfo::parentDirectoryInfo() const {
 }
 
 std::string PXFileInfo::displayPath() const {
-  auto parent = parentDirectoryInfo();
-  return (parent ? parent->displayPath() : "?/") + location()->displayName();
+  auto above = describing("-[PXFileInfo displayPath]", *this, "?/", [&]() -> std::string {
+    auto parent = parentDirectoryInfo();
+    return parent ? parent->displayPath() : "?/";
+  });
+  return above + location()->displayName();
 }
 
 template <class Test>

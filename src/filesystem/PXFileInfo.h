@@ -243,6 +243,9 @@ class PXFileInfo : public Object, public PXAbstractFile {
   virtual void getCommonAttrs(int file) const REQUIRES(attrLock_);
   // Fills in the record; each class its own part.
   virtual void parseAttrs(const attrlist::ItemAttributes& attributes) const REQUIRES(attrLock_);
+  // For an object that has given its item another location, or made it anew: the record, edits and
+  // all, is that of the item which is there now.
+  void adoptItem();
   // Reads the record unless it is there; answers whether it is.
   bool readRecord() const REQUIRES(attrLock_);
 
@@ -258,6 +261,7 @@ class PXFileInfo : public Object, public PXAbstractFile {
   // The path object, which is made here for a listed item.
   const Ref<PXPath>& location() const;
 
+  void keepUpWith(const attrlist::ItemAttributes& after) REQUIRES(attrLock_);
   // Changes a field of the record, if there can be one, and marks it.
   template <class Field, class Value>
   void edit(Field CommonAttributes::*field, Value value, std::uint32_t attribute);

@@ -241,17 +241,35 @@ void PXFileInfo::setCommonAttributes(std::uint32_t set) {
   SpinLockHolder lock(attrLock_);
   if (!hasFlag(kHasAttributes) || set == 0) return;
   ItemAttributes after;
-  if (AttributeCalls::current().setattrlist(cPath(), record_.identity(), set, valuesOf(record_),
-                                            after) != 0) {
+  bool isWritten = AttributeCalls::current().setattrlist(cPath(), record_.identity(), set,
+                                                         valuesOf(record_), after) == 0;
+  if (isWritten) record_.modified &= ~set;
+  keepUpWith(after);
+  if (!isWritten) {
     KLException::ioErrnoWithReason("unable to set attributes")
         .setFileInfo(*this)
         .setHexDetail(set, "attributeSet")
         .raise();
   }
-  record_.modified &= ~set;
-  // Writing changes these by itself; they must stay what the next write-back compares with.
+}
+
+void PXFileInfo::adoptItem() {
+  SpinLockHolder lock(attrLock_);
+  if (!hasFlag(kHasAttributes)) return;
+  AttributeSet request;
+  prepareAttrRequest(request);
+  ItemAttributes now;
+  bool isThere = AttributeCalls::current().getattrlist(cPath(), request, now, kReadOptions) == 0;
+  if (isThere && now.objectType == vtype_) keepUpWith(now);
+}
+
+// Writing, and the undoing of it, changes these by itself; they must stay what the next write-back
+// compares with.
+void PXFileInfo::keepUpWith(const ItemAttributes& after) {
+  if ((after.returned.common & ATTR_CMN_FILEID) == 0) return;
   record_.device = after.device;
   record_.fileID = after.fileID;
+  if ((record_.modified & ATTR_CMN_CRTIME) == 0) record_.createdTime = after.createdTime;
   if ((record_.modified & ATTR_CMN_CHGTIME) == 0) {
     record_.attributeChangedTime = after.attributeChangedTime;
   }

@@ -12,10 +12,12 @@ namespace hoist {
 void PXFileInfo::moveToDirectory(const std::optional<std::string>& directory,
                                  const std::optional<std::string>& name, bool overwriting) {
   setPathObject(pathObject()->moveToDirectory(directory, name, overwriting));
+  adoptItem();
 }
 
 void PXFileInfo::moveTo(const std::string& target, bool overwriting) {
   setPathObject(pathObject()->moveTo(target, overwriting));
+  adoptItem();
 }
 
 Ref<PXFileInfo> PXFileInfo::copyToDirectory(const std::optional<std::string>& directory,

@@ -47,6 +47,8 @@ const char* PXSymbolicLink::contents() const {
 }
 
 void PXSymbolicLink::setContents(const char* target) {
+  // The target may be the very text that is kept here.
+  auto text = textOf(target, std::strlen(target));
   SpinLockHolder lock(contentsLock_);
   contents_.reset();
   // Asking for a byte of it tells a link from whatever may have taken its place.
@@ -56,12 +58,13 @@ void PXSymbolicLink::setContents(const char* target) {
         .setPathObject(*pathObject())
         .raise();
   }
-  if (::symlink(target, cPath()) != 0) {
+  if (::symlink(text.get(), cPath()) != 0) {
     KLException::ioErrnoWithReason("cannot write content of symbolic link")
         .setFileInfo(*this)
         .raise();
   }
-  contents_ = textOf(target, std::strlen(target));
+  contents_ = std::move(text);
+  adoptItem();
 }
 
 std::uint64_t PXSymbolicLink::dataLength() const {

@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "filesystem/PXDirectory.h"
@@ -73,6 +75,60 @@ TEST(SiblingChain, IsSortedAndWalkedWhateverItsLength) {
   EXPECT_STREQ(list.first()->nextObj()->cName(), "n2");
   EXPECT_EQ(list.count(), 20'000u);
   EXPECT_FALSE(list.first()->nextDirectory());
+}
+
+class Sorting : public testing::Test {
+ protected:
+  void add(const std::string& name) {
+    list_.append(PXFileInfo::initWithDirEntry(name.c_str(), 8, parent_));
+  }
+  std::string names() const {
+    std::string names;
+    for (auto child = list_.first().get(); child; child = child->nextObj().get())
+      names += child->cName();
+    return names;
+  }
+  Ref<PXPath> parent_ = PXPath::initWithCPath("/parent");
+  ChildList list_;
+};
+
+TEST_F(Sorting, ComparesLeftWithRightAndMovesTheRightOneOnlyWhenTheyDescend) {
+  for (auto name : {"d", "b", "e", "a", "c"}) add(name);
+  // Never says "less": that two children do not descend is all that it has to say.
+  list_.sort([](auto& left, auto& right) {
+    return std::string_view(left.cName()) > right.cName() ? std::strong_ordering::greater
+                                                          : std::strong_ordering::equal;
+  });
+  EXPECT_EQ(names(), "abcde");
+  std::string compared;
+  list_.sort([&](auto& left, auto& right) {
+    compared += std::string(left.cName()) + right.cName() + " ";
+    return std::strong_ordering::equal;
+  });
+  // The first half holds the middle one.
+  EXPECT_EQ(compared, "ab ac bc de ad bd cd ");
+  EXPECT_EQ(names(), "abcde");
+}
+
+TEST_F(Sorting, LosesNoChildWhateverTheComparisonSays) {
+  constexpr int kChildren = 1000;
+  for (int i = 0; i < kChildren; ++i) add("n");
+  std::mt19937 random(1);
+  for (int round = 0; round < 20; ++round) {
+    list_.sort([&](auto&, auto&) { return static_cast<int>(random() % 3) <=> 1; });
+    ASSERT_EQ(names(), std::string(kChildren, 'n'));
+  }
+}
+
+TEST_F(Sorting, ComparesNothingWhenThereAreNotTwo) {
+  auto compare = [](auto&, auto&) {
+    ADD_FAILURE();
+    return std::strong_ordering::equal;
+  };
+  list_.sort(compare);
+  add("a");
+  list_.sort(compare);
+  EXPECT_EQ(names(), "a");
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <set>
 
 #include "filesystem/PXDirectory.h"
+#include "filesystem/PXNonexistentFile.h"
 #include "filesystem/PXPath.h"
 #include "filesystem/PXVolumeInfo.h"
 #include "platform/attrlist/AttributeCalls.h"
@@ -61,6 +62,41 @@ class Mounts : public testing::Test {
   std::optional<TestVolumes> volumes_;
 };
 
+// ---- Which volume ----
+
+TEST_F(Mounts, AreThatOfTheFolderForALinkThatLeadsElsewhere) {
+  auto point = volumes_->make("tmpfs", "vol");
+  fs::create_symlink(point, volumes_->folder() / "link");
+  auto folder = PXDirectory::directoryWithPath(volumes_->folder().path());
+  auto link = folder->objectMatchingName("link");
+  EXPECT_EQ(link->volumeInfo(), folder->volumeInfo());
+}
+
+TEST_F(Mounts, AreNotWhereAMissingItemIsThatWasTheirRoot) {
+  auto point = volumes_->make("tmpfs", "vol");
+  auto folder = PXDirectory::directoryWithPath(volumes_->folder().path());
+  auto mounted = folder->subdirectoryMatchingName("vol");
+  ASSERT_NE(mounted->deviceID(), folder->deviceID());
+  auto missing = PXNonexistentFile::initWithPathObject(mounted->pathObject());
+  EXPECT_EQ(missing->deviceID(), folder->deviceID());
+  auto probed = PXDirectory::directoryWithPath(point);
+  EXPECT_EQ(PXNonexistentFile::initWithPathObject(probed->pathObject())->deviceID(), 0u);
+}
+
+TEST_F(Mounts, MayChangeForAnItemWithEditsThatAreNotWritten) {
+  auto point = volumes_->make("tmpfs", "vol");
+  auto info = PXFileInfo::infoForPath(volumes_->folder().write("x", "x"));
+  info->setAccess(0600);
+  info->moveToDirectory(point, std::nullopt, false);
+  info->setCommonAttributes(attrlist::ATTR_CMN_ACCESSMASK | attrlist::ATTR_CMN_CRTIME |
+                            attrlist::ATTR_CMN_CHGTIME);
+  EXPECT_EQ(PXFileInfo::infoForPath(point + "/x")->access(), 0600);
+  info->setAccess(0640);
+  info->moveTo("y", false);
+  info->setCommonAttributes(attrlist::ATTR_CMN_ACCESSMASK | attrlist::ATTR_CMN_CHGTIME);
+  EXPECT_EQ(PXFileInfo::infoForPath(point + "/y")->access(), 0640);
+}
+
 // ---- Read-only ----
 
 TEST_F(Mounts, ThatAreReadOnlyRefuseEveryChange) {
@@ -100,6 +136,27 @@ TEST_F(Mounts, ThatAreNoSuidKeepTheBitsAllTheSame) {
   EXPECT_EQ(PXFileInfo::infoForPath(point + "/tool")->access(), 04755);
   at(point + "/tool")->copyTo("copy", false);
   EXPECT_EQ(PXFileInfo::infoForPath(point + "/copy")->access(), 04755);
+}
+
+// ---- Overlays ----
+
+TEST_F(Mounts, ThatAreOverlaysHaveTheSameItemAfterItWasCopiedUp) {
+  auto layers = volumes_->make("tmpfs", "layers");
+  for (auto layer : {"/lower", "/upper", "/work"}) fs::create_directory(layers + layer);
+  std::ofstream(layers + "/lower/x") << "x";
+  auto point = volumes_->newPoint("vol");
+  volumes_->mount(
+      "overlay", point, "overlay", 0,
+      "lowerdir=" + layers + "/lower,upperdir=" + layers + "/upper,workdir=" + layers + "/work");
+  auto info = PXFileInfo::infoForPath(point + "/x"), other = PXFileInfo::infoForPath(point + "/x");
+  other->setModifiedTimeSpec({3, 0});
+  for (time_t time : {1, 2}) {
+    info->setModifiedTimeSpec({time, 0});
+    info->setCommonAttributes(attrlist::kWritableCommonAttributes);
+    EXPECT_EQ(PXFileInfo::infoForPath(point + "/x")->modifiedTimeSpec().tv_sec, time);
+  }
+  other->setModifiedAttributes();
+  EXPECT_EQ(PXFileInfo::infoForPath(point + "/x")->modifiedTimeSpec().tv_sec, 3);
 }
 
 // ---- An ordinary user ----
@@ -303,6 +360,37 @@ TEST_P(MountsOfEveryKind, MoveTreesToEachOther) {
   EXPECT_EQ(contentOf(other + "/tree/link"), "x");
   EXPECT_TRUE(fs::equivalent(other + "/tree/twin", other + "/tree/sub/x"));
   EXPECT_TRUE(moved->fileInfo()->volumeInfo()->isEqual(*PXVolumeInfo::volumeInfoForPath(other)));
+}
+
+TEST_P(MountsOfEveryKind, KeepWhatIsWrittenBackToAnyItem) {
+  auto point = volumes_->make(GetParam(), "vol");
+  std::ofstream(point + "/file") << "file";
+  fs::create_directory(point + "/folder");
+  fs::create_symlink("file", point + "/link");
+  ASSERT_EQ(::mkfifo((point + "/pipe").c_str(), 0600), 0);
+  auto root = PXDirectory::directoryWithPath(point);
+  for (auto& item : *root) {
+    // What comes with a new file system.
+    if (std::string_view(item->cName()) == "lost+found") continue;
+    SCOPED_TRACE(item->cName());
+    auto probed = PXFileInfo::infoForPath(item->path());
+    probed->setModifiedTimeSpec({900'000'000, 1});
+    item->setOwnerID(11);
+    item->setGroupID(12);
+    if (!item->isSymbolicLink()) item->setAccess(04751);
+    item->setModifiedTimeSpec({1'000'000'000, 123'456'789});
+    item->setModifiedAttributes();
+    auto now = PXFileInfo::infoForPath(item->path());
+    EXPECT_EQ(now->ownerID(), 11u);
+    EXPECT_EQ(now->groupID(), 12u);
+    EXPECT_EQ(now->access(), item->access());
+    EXPECT_EQ(now->modifiedTimeSpec().tv_sec, 1'000'000'000);
+    EXPECT_EQ(now->modifiedTimeSpec().tv_nsec, 123'456'789);
+    // It is still the item that others have read.
+    probed->setModifiedAttributes();
+    now->flushAttributes();
+    EXPECT_EQ(now->modifiedTimeSpec().tv_sec, 900'000'000);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, MountsOfEveryKind, testing::ValuesIn(TestVolumes::kinds()),

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <latch>
 #include <optional>
 #include <regex>
 #include <set>
@@ -203,6 +204,26 @@ TEST_F(Directory, RaisesWhenReadingFails) {
   EXPECT_EQ(namesOf(*directory), Names{"x"});
 }
 
+TEST_F(Directory, LeavesOutWhatHasNoTypeOrABadOne) {
+  class NoTypes : public AttributeCalls {
+   public:
+    int getattrlistbulk(int folder, const AttributeSet& request, BulkBuffer& buffer,
+                        std::uint32_t options) override {
+      int count = AttributeCalls::getattrlistbulk(folder, request, buffer, options);
+      for (auto& entry : buffer.entries()) {
+        if (*entry.name == 'n') entry.attributes.objectType = 0;
+        if (*entry.name == 'b') entry.attributes.objectType = 8;
+      }
+      return count;
+    }
+  } calls;
+  AttributeCallsOverride override(calls);
+  for (auto name : {"none", "file", "bad"}) folder_.write(name, "");
+  auto directory = this->directory();
+  EXPECT_EQ(namesOf(*directory), Names{"file"});
+  EXPECT_EQ(directory->count(), 1u);
+}
+
 TEST_F(Directory, ListsPlainlyBelowTheLevelOfBulkReading) {
   FacilityLevelOverride level(packedVersion(10, 9));
   folder_.write("file", "abc");
@@ -314,7 +335,7 @@ TEST_F(Directory, ReportsAFlushDuringAnEnumeration) {
 }
 
 TEST_F(Directory, SortsByNameOnce) {
-  for (auto name : {"x10", "X2", "x1", "b", "A"}) folder_.write(name, "");
+  for (auto name : {"x10", "A", "b", "x1", "X2"}) folder_.write(name, "");
   auto directory = this->directory();
   directory->sort();
   EXPECT_EQ(namesOf(*directory), (Names{"A", "b", "x1", "X2", "x10"}));
@@ -344,6 +365,23 @@ TEST_F(Directory, IsNotSortedAgainUntilItIsResorted) {
   directory->resortUsing([](auto&, auto&) { return std::strong_ordering::equal; });
   directory->sort();
   EXPECT_EQ(namesOf(*directory), (Names{"b", "c"}));
+}
+
+TEST_F(Directory, IsSortedOnceItCanBeReadThoughItCouldNotBeBefore) {
+  folder_.write("sub/x", "");
+  auto sub = directory("sub");
+  ASSERT_EQ(::rename((folder_ / "sub").c_str(), (folder_ / "away").c_str()), 0);
+  sub->sort();
+  ASSERT_EQ(::rename((folder_ / "away").c_str(), (folder_ / "sub").c_str()), 0);
+  Names names;
+  for (int i = 1; i < 50; ++i) {
+    names.push_back("n" + std::to_string(i));
+    folder_.write("sub/" + names.back(), "");
+  }
+  names.push_back("x");
+  ASSERT_NE(namesOf(*sub), names);
+  sub->sort();
+  EXPECT_EQ(namesOf(*sub), names);
 }
 
 TEST_F(Directory, KeepsTheOrderOfEqualChildrenAndAllOfThemWhenAComparisonRaises) {
@@ -460,6 +498,7 @@ TEST_F(Directory, DescribesItselfWithoutRaising) {
   gone->flushAttributes();
   EXPECT_EQ(gone->logDescription(), "folder sub");
   EXPECT_EQ(gone->displayName(), "sub");
+  EXPECT_EQ(gone->displayPath(), "?/sub/");
   EXPECT_EQ(PXDirectory::directoryWithPath("/proc")->logTypeDescription(), "volume");
 }
 
@@ -478,6 +517,39 @@ TEST_F(Directory, IsReadOnceByManyThreads) {
   int reads = std::exchange(calls_.bulkReads, 0);
   EXPECT_EQ(namesOf(*this->directory()).size(), 300u);
   EXPECT_EQ(reads, calls_.bulkReads);
+}
+
+TEST_F(Directory, AnswersOneVolumeToAllThreads) {
+  folder_.write("sub/x", "");
+  for (int round = 0; round < 50; ++round) {
+    auto directory = this->directory();
+    auto sub = directory->subdirectoryMatchingName("sub");
+    std::vector<Ref<PXVolumeInfo>> volumes(4);
+    {
+      std::vector<std::jthread> threads;
+      std::latch start(4);
+      for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+          start.arrive_and_wait();
+          volumes[i] = (i % 2 == 0 ? directory : sub)->volumeInfo();
+        });
+      }
+    }
+    for (auto& volume : volumes) ASSERT_EQ(volume, directory->volumeInfo()) << round;
+  }
+}
+
+TEST_F(Directory, HoldsTheVolumeThatRefersToItWeaklyAndNoOtherThen) {
+  auto directory = this->directory();
+  WeakRef<PXVolumeInfo> own = directory->volumeInfo();
+  EXPECT_FALSE(own.expired());
+  auto other = PXVolumeInfo::initWithPath(folder_.path().c_str());
+  directory->setVolumeInfo(other);
+  EXPECT_TRUE(own.expired());
+  EXPECT_EQ(directory->volumeInfo(), other);
+  WeakRef<PXVolumeInfo> weak = std::exchange(other, nullptr);
+  EXPECT_TRUE(weak.expired());
+  EXPECT_TRUE(directory->volumeInfo());
 }
 
 TEST_F(Directory, ReadsWhileItsContentChanges) {

@@ -96,6 +96,21 @@ TEST_F(SymbolicLink, AnswersItsNewTargetWithoutReadingTheDisk) {
   EXPECT_STREQ(link->contents(), "new");
 }
 
+TEST_F(SymbolicLink, CanBeGivenItsOwnTargetAnew) {
+  auto link = linkTo("a/target/of/some/length");
+  link->setContents(link->contents());
+  EXPECT_EQ(onDisk(), "a/target/of/some/length");
+  EXPECT_STREQ(link->contents(), "a/target/of/some/length");
+}
+
+TEST_F(SymbolicLink, KeepsItsEditsForTheLinkThatIsMadeAnew) {
+  auto link = linkTo("old");
+  link->setModifiedTimeSpec({1000, 0});
+  link->setContents("new");
+  link->setModifiedAttributes();
+  EXPECT_EQ(PXFileInfo::infoForPath(folder_ / "link")->modifiedTimeSpec().tv_sec, 1000);
+}
+
 TEST_F(SymbolicLink, CutsALongTargetAndSaysSo) {
   LogRecorder log;
   auto link = linkTo(std::string(2000, 't'));

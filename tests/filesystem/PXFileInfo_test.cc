@@ -205,7 +205,12 @@ TEST_F(FileInfo, KnowsTheEffectiveAccessRatherThanTheBits) {
   ASSERT_EQ(::chmod(path.c_str(), 0), 0);
   ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
   if (::geteuid() == 0) {
-    EXPECT_EQ(infoOf("x")->effectiveAccess(), R_OK | W_OK);
+    auto info = infoOf("x");
+    EXPECT_EQ(info->effectiveAccess(), R_OK | W_OK);
+    ASSERT_EQ(::chmod(path.c_str(), 0100), 0);
+    EXPECT_EQ(info->effectiveAccess(), R_OK | W_OK);
+    info->flushAttributes();
+    EXPECT_EQ(info->effectiveAccess(), R_OK | W_OK | X_OK);
     AsUser user(65534);
     EXPECT_EQ(infoOf("x")->effectiveAccess(), 0);
   } else {
@@ -259,6 +264,8 @@ TEST_F(FileInfo, WritesNothingForASetOfWhatCannotBeWrittenOrWithoutARecord) {
   info->ownerID();
   info->setCommonAttributes(ATTR_CMN_FILEID | ATTR_CMN_USERACCESS | ATTR_CMN_NAME);
   EXPECT_TRUE(calls_.written.empty());
+  info->setCommonAttributes(ATTR_CMN_FILEID | ATTR_CMN_ACCESSMASK);
+  EXPECT_EQ(calls_.written, std::vector<std::uint32_t>{ATTR_CMN_ACCESSMASK});
 }
 
 TEST_F(FileInfo, WritesEverythingBackTwiceThoughTheChangeTimeMoves) {
@@ -269,6 +276,22 @@ TEST_F(FileInfo, WritesEverythingBackTwiceThoughTheChangeTimeMoves) {
   info->setModifiedTimeSpec({300, 400});
   info->setCommonAttributes(kWritableCommonAttributes);
   EXPECT_EQ(infoOf("x")->modifiedTimeSpec().tv_nsec, 400);
+}
+
+TEST_F(FileInfo, WritesEverythingBackAfterAWriteBackThatWasUndone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  auto path = folder_.write("x", "");
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chown(path.c_str(), 1234, 1234), 0);
+  AsUser user(1234);
+  auto info = infoOf("x");
+  info->setAccess(0600);
+  // Which its owner may not set; undoing what was written moves the change time.
+  info->setFileFlags(SF_IMMUTABLE);
+  raisedBy([&] { info->setCommonAttributes(kWritableCommonAttributes); });
+  info->setFileFlags(0);
+  info->setCommonAttributes(kWritableCommonAttributes);
+  EXPECT_EQ(modeOf("x"), 0600u);
 }
 
 TEST_F(FileInfo, KeepsTheMarksWhenTheWriteBackFails) {
@@ -331,6 +354,26 @@ TEST_F(FileInfo, ChangesNothingAfterItsItemWasReplaced) {
   info->setAccess(0777);
   folder_.write("new", "");
   ASSERT_EQ(::rename((folder_ / "new").c_str(), (folder_ / "x").c_str()), 0);
+  auto exception = raisedBy([&] { info->setModifiedAttributes(); });
+  EXPECT_EQ(detailOf(exception, "POSIXErr"), std::to_string(ESTALE));
+  EXPECT_NE(modeOf("x"), 0777u);
+}
+
+TEST_F(FileInfo, ChangesNothingAfterItsItemWasReplacedByOneThatGotItsNumber) {
+  auto path = folder_.write("x", "");
+  auto info = infoOf("x");
+  info->setAccess(0777);
+  auto isReplaced = [&] {
+    ::unlink(path.c_str());
+    folder_.write("x", "");
+    auto now = infoOf("x");
+    auto before = info->createdTimeSpec(), after = now->createdTimeSpec();
+    return now->localIdentifier() == info->localIdentifier() &&
+           (before.tv_sec != after.tv_sec || before.tv_nsec != after.tv_nsec);
+  };
+  int tries = 0;
+  while (tries < 5000 && !isReplaced()) ++tries;
+  if (tries == 5000) GTEST_SKIP() << "numbers are not used again here";
   auto exception = raisedBy([&] { info->setModifiedAttributes(); });
   EXPECT_EQ(detailOf(exception, "POSIXErr"), std::to_string(ESTALE));
   EXPECT_NE(modeOf("x"), 0777u);
@@ -419,6 +462,29 @@ TEST_F(FileInfo, FindsItsParentByTheListingOrByAProbe) {
   listed->setPathObject(listed->pathObject()->copy());
   EXPECT_FALSE(listed->parentDirectoryInfo());
   EXPECT_EQ(listed->displayPath(), "?/x");
+}
+
+TEST_F(FileInfo, HasADisplayPathThoughTheFoldersAboveTellNothing) {
+  folder_.write("sub/x", "");
+  auto sub = infoOf("sub")->asDirectory();
+  auto listed = PXFileInfo::initWithDirEntry("x", DT_REG, sub->pathObject());
+  auto probed = infoOf("sub/x");
+  calls_.errorOfReads = EACCES;
+  EXPECT_EQ(listed->displayPath(), "?/sub/x");
+  EXPECT_EQ(probed->displayPath(), "?/x");
+}
+
+TEST_F(FileInfo, AnswersItsFullPathWhenItsPathOnTheVolumeIsNotKnown) {
+  folder_.write("x", "");
+  auto info = infoOf("x");
+  ASSERT_EQ(::unlink((folder_ / "x").c_str()), 0);
+  LogRecorder log;
+  EXPECT_EQ(info->volumeRelativePath(), folder_ / "x");
+  auto texts = log.texts(classification::Debug);
+  ASSERT_GT(texts.size(), 1u);
+  EXPECT_EQ(texts[0], "-[PXFileInfo volumeRelativePath] can't determine relative path for " +
+                          (folder_ / "x"));
+  EXPECT_NE(texts[1].find("volumeRelativePath"), Text::npos) << texts[1];
 }
 
 TEST_F(FileInfo, MapsTheTypeBytesOfDirectoryEntries) {

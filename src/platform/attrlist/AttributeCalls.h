@@ -98,7 +98,9 @@ class AttributeCalls {
   // Writes the values of the set to the item, all of them or, as far as the kernel lets it be taken
   // back, none. ESTALE when the path leads to another item than the expected one; ENOTSUP for a
   // value that Linux cannot set and that differs from the present one; EINVAL for a time whose
-  // nanoseconds are out of range. Answers 0 and the attributes as they are afterwards.
+  // nanoseconds are out of range, and for the owner or group -1; EPERM for a set-ID bit that the
+  // kernel leaves out. Answers 0 and the attributes as they are afterwards; when it failed midway
+  // and was undone, these too, because the change time has moved.
   virtual int setattrlist(const char* path, const ItemIdentity& expected, std::uint32_t commonSet,
                           const CommonValues& values, ItemAttributes& after);
 

@@ -94,11 +94,13 @@ struct ItemAttributes {
   } file;
 };
 
-// An item whichever name it has: the pair of device and file number.
+// An item whichever name it has. File systems give the number of an item that has gone to the next
+// one, so the time of its creation belongs to it.
 struct ItemIdentity {
   std::uint32_t device = 0;
   std::uint64_t fileID = 0;
-  friend bool operator==(const ItemIdentity&, const ItemIdentity&) = default;
+  // Zero when it is not known.
+  timespec createdTime{};
 };
 
 // Values for the writable common attributes; only those in the set of the call are looked at.

@@ -4,9 +4,11 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,10 +20,11 @@
 #include "platform/attrlist/StatxReply.h"
 
 // Linux has one call for each attribute where the original has one for all. So the whole change is
-// checked first, against the very item that was read (a descriptor, compared by device and file
-// number, never a second walk of the path), then made in an order in which no one ever has more
-// rights than before or after: restricting flags off, rights that are to go, owner, mode, times,
-// flags on. When a step fails, the steps before it are undone.
+// checked first, against the very item that was read (a descriptor, compared by device, file number
+// and creation time, never a second walk of the path), then made in an order in which no one ever
+// has more rights than before or after: restricting flags off, rights that are to go, owner, mode,
+// times, flags on. When a step fails, the steps before it are undone, with the same care for
+// rights.
 //
 // A chown drops the set-ID bits of a file; they are put back, because only the owner was to change.
 
@@ -33,6 +36,8 @@ namespace hoist::attrlist {
 namespace {
 
 constexpr unsigned kPermissions = 07777;
+constexpr unsigned kSetIDBits = S_ISUID | S_ISGID;
+constexpr std::uint32_t kNoID = ~0U;
 constexpr long kNanosecondsPerSecond = 1'000'000'000;
 // The inode flags that stand for file flags that can be set.
 constexpr int kSettableInodeFlags = FS_NODUMP_FL | FS_IMMUTABLE_FL | FS_APPEND_FL;
@@ -63,23 +68,25 @@ class Change {
       : file_(std::move(file)), set_(set), values_(values) {}
 
   bool readPresent() { return look(present_); }
-  bool isItem(const ItemIdentity& expected) const {
-    return expected == ItemIdentity{deviceNumber(present_), present_.stx_ino};
-  }
+  bool isItem(const ItemIdentity& expected) const;
   // Whether everything that is asked for can be done; makes ready for the flags.
   bool check();
   bool apply();
   // Puts back what apply has changed so far.
   void undo();
-  bool look(struct statx& item) const {
-    return ::statx(file_.get(), "", AT_EMPTY_PATH, kMask, &item) == 0;
-  }
+  // The item as it is now.
+  bool describe(ItemAttributes& now) const;
 
  private:
   bool asks(std::uint32_t attribute) const { return (set_ & attribute) != 0; }
+  bool look(struct statx& item) const {
+    return ::statx(file_.get(), "", AT_EMPTY_PATH, kMask, &item) == 0;
+  }
+  bool isOfOverlay() const;
   bool checkUnsettable() const;
   bool checkFlags();
   bool changeOwnerAndMode();
+  bool keepsSetIDBits(unsigned mode) const;
   bool setOwner(std::uint32_t owner, std::uint32_t group);
   bool setMode(unsigned mode);
   bool setModifiedTime(const timespec& time);
@@ -105,7 +112,23 @@ class Change {
   bool timeChanged_ = false;
 };
 
+bool Change::isItem(const ItemIdentity& expected) const {
+  if (expected.device != deviceNumber(present_) || expected.fileID != present_.stx_ino)
+    return false;
+  bool knowsCreation = (present_.stx_mask & STATX_BTIME) && !equal(expected.createdTime, {});
+  return !knowsCreation || equal(expected.createdTime, timeOf(present_.stx_btime)) || isOfOverlay();
+}
+
+// There an item gets a new creation time when it is copied up to be written to.
+bool Change::isOfOverlay() const {
+  struct statfs volume;
+  return ::fstatfs(file_.get(), &volume) == 0 && volume.f_type == OVERLAYFS_SUPER_MAGIC;
+}
+
 bool Change::check() {
+  // To the kernel that number means "leave it".
+  if (asks(ATTR_CMN_OWNERID) && values_.ownerID == kNoID) return fail(EINVAL);
+  if (asks(ATTR_CMN_GRPID) && values_.groupID == kNoID) return fail(EINVAL);
   if (asks(ATTR_CMN_MODTIME) &&
       (values_.modifiedTime.tv_nsec < 0 || values_.modifiedTime.tv_nsec >= kNanosecondsPerSecond)) {
     // Among them UTIME_NOW and UTIME_OMIT, which are no times.
@@ -147,6 +170,8 @@ bool Change::checkFlags() {
 }
 
 bool Change::apply() {
+  // Flags alone can be exchanged at once, unless the file system forbids it for what is immutable.
+  if (flagFile_ && set_ == ATTR_CMN_FLAGS && setInodeFlags(wantedInodeFlags_)) return true;
   if (flagFile_ && (presentInodeFlags_ & kRestrictingInodeFlags) != 0) {
     if (!setInodeFlags(presentInodeFlags_ & ~kRestrictingInodeFlags)) return false;
     flagsChanged_ = true;
@@ -177,19 +202,40 @@ bool Change::changeOwnerAndMode() {
     if (!setOwner(owner, group)) return false;
     ownerChanged_ = true;
   }
-  bool lostBits = changesOwner && (mode & (S_ISUID | S_ISGID)) != 0;
+  bool lostBits = changesOwner && (mode & kSetIDBits) != 0;
   if (hasMode && (mode != presentMode || lostBits)) {
     if (!setMode(mode)) return false;
     modeChanged_ = true;
+    if ((mode & kSetIDBits) != 0) return keepsSetIDBits(mode);
   }
   return true;
 }
 
+// The set-group-ID bit of a group that its owner does not belong to is dropped without a word.
+bool Change::keepsSetIDBits(unsigned mode) const {
+  struct statx item;
+  if (!look(item)) return false;
+  return ((item.stx_mode ^ mode) & kSetIDBits) == 0 || fail(EPERM);
+}
+
 void Change::undo() {
   if (timeChanged_) setModifiedTime(timeOf(present_.stx_mtime));
-  if (ownerChanged_) setOwner(present_.stx_uid, present_.stx_gid);
-  if (ownerChanged_ || modeChanged_) setMode(present_.stx_mode & kPermissions);
+  auto mode = present_.stx_mode & kPermissions;
+  if (ownerChanged_) {
+    // The old owner and group must not get back more than they had.
+    if (modeChanged_ && asks(ATTR_CMN_ACCESSMASK)) setMode(mode & values_.access);
+    setOwner(present_.stx_uid, present_.stx_gid);
+  }
+  if (ownerChanged_ || modeChanged_) setMode(mode);
   if (flagsChanged_) setInodeFlags(presentInodeFlags_);
+}
+
+bool Change::describe(ItemAttributes& now) const {
+  struct statx item;
+  if (!look(item)) return false;
+  now = {};
+  translate(item, {.common = ~0U, .directory = ~0U, .file = ~0U}, now);
+  return true;
 }
 
 bool Change::setOwner(std::uint32_t owner, std::uint32_t group) {
@@ -204,7 +250,14 @@ bool Change::setMode(unsigned mode) {
 
 bool Change::setModifiedTime(const timespec& time) {
   timespec times[2] = {{0, UTIME_OMIT}, time};
-  return ::utimensat(file_.get(), "", times, AT_EMPTY_PATH) == 0;
+  auto set = [&] { return ::utimensat(file_.get(), "", times, AT_EMPTY_PATH) == 0; };
+  struct statx item;
+  if (!set() || !look(item)) return false;
+  if (equal(timeOf(item.stx_mtime), time)) return true;
+  // The file system keeps coarser times, or it is one of the many FUSE programs that quietly do
+  // nothing unless both times are set.
+  times[0] = timeOf(item.stx_atime);
+  return set();
 }
 
 bool Change::setInodeFlags(int flags) {
@@ -215,6 +268,7 @@ bool Change::setInodeFlags(int flags) {
 
 int writeBack(const char* path, const ItemIdentity& expected, std::uint32_t commonSet,
               const CommonValues& values, ItemAttributes& after) {
+  after = {};
   FileDescriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!file) return -1;
   Change change(std::move(file), commonSet & kWritableCommonAttributes, values);
@@ -224,17 +278,12 @@ int writeBack(const char* path, const ItemIdentity& expected, std::uint32_t comm
     return -1;
   }
   if (!change.check()) return -1;
-  if (!change.apply()) {
-    int error = errno;
-    change.undo();
-    errno = error;
-    return -1;
-  }
-  struct statx item;
-  if (!change.look(item)) return -1;
-  after = {};
-  translate(item, {.common = ~0U, .directory = ~0U, .file = ~0U}, after);
-  return 0;
+  if (change.apply()) return change.describe(after) ? 0 : -1;
+  int error = errno;
+  change.undo();
+  change.describe(after);
+  errno = error;
+  return -1;
 }
 
 }  // namespace hoist::attrlist

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <thread>
@@ -215,6 +216,21 @@ TEST(GetAttrListBulk, LeavesOutWhatVanishesMeanwhile) {
   }
   done = true;
   churn.join();
+}
+
+TEST(GetAttrListBulk, LeavesOutWhatVanishesAfterItsNameWasRead) {
+  TemporaryFolder folder;
+  for (int i = 0; i < 100; ++i) folder.write("x" + std::to_string(i), "");
+  FileDescriptor open(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  BulkBuffer buffer;
+  auto readBatch = [&] {
+    return AttributeCalls::current().getattrlistbulk(open.get(), kEverything, buffer, 0);
+  };
+  ASSERT_EQ(readBatch(), 64);
+  EXPECT_FALSE(buffer.unread().empty());
+  std::filesystem::remove_all(folder.path());
+  EXPECT_LE(readBatch(), 0);
+  EXPECT_TRUE(buffer.entries().empty());
 }
 
 TEST(GetAttrListBulk, NumbersTheNamesThatSeveralBuffersRead) {

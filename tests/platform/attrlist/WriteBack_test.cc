@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <linux/fs.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +20,14 @@ namespace hoist::attrlist {
 namespace {
 
 constexpr AttributeSet kEverything = {.common = 0x2278F0A, .directory = 7, .file = 0x207};
+
+void lose(int capability) {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[2];
+  EXPECT_EQ(::syscall(SYS_capget, &header, data), 0);
+  data[0].effective &= ~(1U << capability);
+  EXPECT_EQ(::syscall(SYS_capset, &header, data), 0);
+}
 
 class WriteBack : public testing::Test {
  protected:
@@ -127,6 +137,74 @@ TEST_F(WriteBack, NeverWidensRightsOnTheWay) {
   EXPECT_EQ(modeOf(file_), 0600u);
 }
 
+TEST_F(WriteBack, NeverWidensRightsWhenItIsUndone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  ASSERT_EQ(::chown(file_.c_str(), 1, 1), 0);
+  ASSERT_EQ(::chmod(file_.c_str(), 0640), 0);
+  auto calls = systemCallsOf([&] {
+    // Everything can be done but the last step.
+    lose(CAP_LINUX_IMMUTABLE);
+    return [&] {
+      put(file_, ATTR_CMN_OWNERID | ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK | ATTR_CMN_FLAGS,
+          {.ownerID = 2, .groupID = 2, .access = 04664, .flags = SF_IMMUTABLE});
+    };
+  });
+  ASSERT_TRUE(calls);
+  // The old group shall not write, not even for a moment.
+  EXPECT_EQ(stepsOf(*calls), (std::vector<int>{-1, 04664, 0640, -1, 0640}));
+  EXPECT_EQ(modeOf(file_), 0640u);
+  EXPECT_EQ(now(file_).groupID, 1u);
+}
+
+TEST_F(WriteBack, RestrictsTheItemAgainWhenItIsUndone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  if (put(file_, ATTR_CMN_FLAGS, {.flags = SF_APPEND}) != 0) GTEST_SKIP() << "no file flags here";
+  auto calls = systemCallsOf([&] {
+    lose(CAP_CHOWN);
+    return [&] { put(file_, ATTR_CMN_OWNERID | ATTR_CMN_FLAGS, {.ownerID = 2, .flags = 0}); };
+  });
+  ASSERT_TRUE(calls);
+  EXPECT_EQ(now(file_).ownerID, 0u);
+  EXPECT_EQ(now(file_).flags, SF_APPEND);
+}
+
+TEST_F(WriteBack, LiftsNoRestrictionWhenOnlyTheFlagsChange) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  if (put(file_, ATTR_CMN_FLAGS, {.flags = SF_APPEND}) != 0) GTEST_SKIP() << "no file flags here";
+  auto calls =
+      systemCallsOf([&] { return [&] { put(file_, ATTR_CMN_FLAGS, {.flags = SF_IMMUTABLE}); }; });
+  ASSERT_TRUE(calls);
+  EXPECT_EQ(std::ranges::count_if(*calls,
+                                  [](auto& call) {
+                                    return call.number == SYS_ioctl &&
+                                           call.arguments[1] == FS_IOC_SETFLAGS;
+                                  }),
+            1);
+  EXPECT_EQ(now(file_).flags, SF_IMMUTABLE);
+  EXPECT_EQ(put(file_, ATTR_CMN_FLAGS, {.flags = SF_IMMUTABLE | UF_NODUMP}), 0);
+  EXPECT_EQ(now(file_).flags, SF_IMMUTABLE | UF_NODUMP);
+}
+
+TEST_F(WriteBack, RefusesTheNumbersThatAreNoUserAndNoGroup) {
+  constexpr std::uint32_t kNoID = ~0U;
+  EXPECT_EQ(put(file_, ATTR_CMN_OWNERID | ATTR_CMN_ACCESSMASK, {.ownerID = kNoID, .access = 0}),
+            EINVAL);
+  EXPECT_EQ(put(file_, ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK, {.groupID = kNoID, .access = 0}),
+            EINVAL);
+  EXPECT_EQ(modeOf(file_), 0644u);
+}
+
+TEST_F(WriteBack, SaysSoWhenTheKernelDropsABitThatWasAskedFor) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  // A group that the owner does not belong to.
+  ASSERT_EQ(::chown(file_.c_str(), 1234, 77), 0);
+  {
+    AsUser user(1234);
+    EXPECT_EQ(put(file_, ATTR_CMN_ACCESSMASK, {.access = 02755}), EPERM);
+  }
+  EXPECT_EQ(modeOf(file_), 0644u);
+}
+
 TEST_F(WriteBack, ChangesALinkItselfAndRefusesItAMode) {
   auto link = folder_ / "link";
   ASSERT_EQ(::symlink("file", link.c_str()), 0);
@@ -150,6 +228,23 @@ TEST_F(WriteBack, RefusesAnotherItemThanTheOneThatWasRead) {
             -1);
   EXPECT_EQ(errno, ESTALE);
   EXPECT_NE(modeOf(file_), 0777u);
+}
+
+TEST_F(WriteBack, RefusesAnItemOfAnotherCreationTimeUnlessThatIsNotKnown) {
+  auto item = now(file_);
+  if (item.createdTime.tv_sec == 0) GTEST_SKIP() << "no creation times here";
+  auto result = [&](timespec createdTime) {
+    ItemAttributes after;
+    return AttributeCalls::current().setattrlist(file_.c_str(),
+                                                 {item.device, item.fileID, createdTime},
+                                                 ATTR_CMN_ACCESSMASK, {.access = 0600}, after) == 0
+               ? 0
+               : errno;
+  };
+  EXPECT_EQ(result({item.createdTime.tv_sec - 1, item.createdTime.tv_nsec}), ESTALE);
+  EXPECT_EQ(modeOf(file_), 0644u);
+  EXPECT_EQ(result({}), 0);
+  EXPECT_EQ(result(item.createdTime), 0);
 }
 
 TEST_F(WriteBack, PassesEqualValuesOfWhatCannotBeSetAndRefusesOthersBeforeWriting) {
