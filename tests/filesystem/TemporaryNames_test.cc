@@ -11,8 +11,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "filesystem/PXDirectory.h"
 #include "filesystem/PXPath.h"
 #include "platform/files/ExchangeCalls.h"
+#include "support/Raised.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -39,7 +41,12 @@ extern "C" std::uint32_t arc4random() noexcept {
 namespace hoist {
 namespace {
 
-TEST(TemporaryNames, OfTheTemporaryFolderPassOverWhatIsThere) {
+class TemporaryNames : public testing::Test {
+ protected:
+  void TearDown() override { givenNumbers().clear(); }
+};
+
+TEST_F(TemporaryNames, OfTheTemporaryFolderPassOverWhatIsThere) {
   auto prefix = "hoist-" + std::to_string(::getpid());
   auto taken = PXPath::tempPath()->pathOfChild(prefix + "-0000001a.ext");
   std::ofstream(taken->path()) << "taken";
@@ -59,7 +66,7 @@ class OnlyTheFirstRename : public files::ExchangeCalls {
   int renames = 0;
 };
 
-TEST(TemporaryNames, OfAnExchangePassOverWhatIsThere) {
+TEST_F(TemporaryNames, OfAnExchangePassOverWhatIsThere) {
   TemporaryFolder folder;
   folder.write("a", "");
   folder.write("b", "b");
@@ -71,6 +78,34 @@ TEST(TemporaryNames, OfAnExchangePassOverWhatIsThere) {
       PXPath::initWithCPath(folder / "a")->swapWith(*PXPath::initWithCPath(folder / "b")));
   EXPECT_EQ(std::filesystem::file_size(folder / "_xchng_0000001a_a"), 5u);
   EXPECT_EQ(std::filesystem::file_size(folder / "_xchng_0000002b_a"), 1u);
+}
+
+class UniqueFolder : public TemporaryNames {
+ protected:
+  Ref<PXDirectory> directory() const { return PXDirectory::directoryWithPath(folder_.path()); }
+  TemporaryFolder folder_;
+};
+
+TEST_F(UniqueFolder, HasTheNextNameThatIsFree) {
+  folder_.write("p.0000abcd", "a file");
+  folder_.write("p.0000abce/x", "in a folder");
+  givenNumbers() = {0xabcd, 0xabce, 0xabcf};
+  auto made = directory()->createUniqueSubdirectoryWithPrefix("p", std::nullopt, 0700);
+  EXPECT_EQ(made->name(), "p.0000abcf");
+  EXPECT_EQ(made->count(), 0u);
+
+  givenNumbers() = {0xabcf};
+  EXPECT_EQ(directory()->createUniqueSubdirectoryWithPrefix("p", "ext", 0700)->name(),
+            "p.0000abcf.ext");
+}
+
+TEST_F(UniqueFolder, IsTriedOnceWhenItIsRefusedForAnotherReason) {
+  givenNumbers() = {1, 2};
+  auto exception = raisedBy(
+      [&] { directory()->createUniqueSubdirectoryWithPrefix("no/p", std::nullopt, 0700); });
+  EXPECT_EQ(detailOf(exception, "POSIXErr"), std::to_string(ENOENT));
+  EXPECT_EQ(detailOf(exception, "Path"), folder_ / "no/p.00000001");
+  EXPECT_EQ(givenNumbers().size(), 1u);
 }
 
 }  // namespace
