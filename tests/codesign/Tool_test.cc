@@ -205,6 +205,13 @@ TEST_F(Tool, APathThatIsNoBundleIsInvalid) {
   }
 }
 
+TEST_F(Tool, EndsWithItsStatusThoughNobodyCanBeTold) {
+  for (const char* errors : {"2>/dev/full", "2>&-"}) {
+    const auto command = std::string("exec \"$0\" --verify /nonexistent ") + errors;
+    EXPECT_EQ(run("/bin/sh", {"-c", command, HOIST_BUILD_DIR "/bin/codesign"}).status, 1) << errors;
+  }
+}
+
 TEST_F(Tool, StopsAtItsTimeLimit) {
   // Digesting this takes a tenth of a second at least.
   std::filesystem::resize_file(bundle_.write("Contents/huge", ""), 200'000'000);

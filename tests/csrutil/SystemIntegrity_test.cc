@@ -113,6 +113,7 @@ TEST(CsrutilProgram, EndsWithTheUsageOnAnythingElse) {
     EXPECT_EQ(other.status, 2) << arguments;
     EXPECT_EQ(other.output, "usage: csrutil status\n") << arguments;
   }
+  EXPECT_EQ(run("enable > /dev/full").status, 2);
   EXPECT_EQ(run("status > /dev/full").status, 1);
 }
 

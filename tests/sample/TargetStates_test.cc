@@ -139,6 +139,14 @@ TEST_F(SamplerTarget, IsNotAProcessThatDoesNotExist) {
   EXPECT_EQ(refusal(gone), "sample: there is no process " + std::to_string(gone) + "\n");
 }
 
+TEST_F(SamplerTarget, ThatIsNoneEndsTheSamplerWithItsStatusThoughNobodyCanBeTold) {
+  for (const char* errors : {"2>/dev/full", "2>&-"}) {
+    Program shell(
+        {"/bin/sh", "-c", std::string("exec " HOIST_BUILD_DIR "/bin/sample 0 ") + errors});
+    EXPECT_EQ(shell.wait(), 2) << errors;
+  }
+}
+
 TEST_F(SamplerTarget, IsNotAZombie) {
   Target target("bare");
   ::kill(target.id(), SIGKILL);

@@ -5,6 +5,7 @@
 #include <openssl/crypto.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 
 #include "codesign/Codesign.h"
 #include "codesign/Confinement.h"
@@ -93,7 +94,8 @@ int main(int argc, char** argv) {
     return 0;
   } catch (const std::exception& error) {
     const auto bundle = textOfPath(std::string_view(request.bundle).substr(0, PATH_MAX));
-    fmt::print(stderr, "codesign: {}: {}\n", bundle, error.what());
+    // The status says it too, where nobody can be told: nothing may be thrown here.
+    std::fputs(fmt::format("codesign: {}: {}\n", bundle, error.what()).c_str(), stderr);
     return kInvalid;
   }
 }

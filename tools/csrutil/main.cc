@@ -11,7 +11,7 @@
 
 int main(int count, char** arguments) {
   if (count != 2 || std::string_view(arguments[1]) != "status") {
-    fmt::print(stderr, "usage: csrutil status\n");
+    std::fputs("usage: csrutil status\n", stderr);
     return 2;
   }
   fmt::print("{}\n", hoist::csrutil::statusText(hoist::csrutil::isSystemIntegrityProtected()));

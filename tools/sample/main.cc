@@ -45,8 +45,9 @@ void run(const Options& options) {
   if (picture) picture->replaceContents(hoist::flamegraph::picture(flameGraph(sampling)));
 }
 
+// The status says it too, where nobody can be told: nothing may be thrown here.
 int fail(int status, std::string_view reason) {
-  fmt::print(stderr, "sample: {}\n", reason);
+  std::fputs(fmt::format("sample: {}\n", reason).c_str(), stderr);
   return status;
 }
 
@@ -57,7 +58,7 @@ int main(int count, char** arguments) {
     run(parseOptions(count, arguments));
     return 0;
   } catch (const HelpWanted&) {
-    fmt::print("{}\n", usageText());
+    std::puts(usageText());
     return 0;
   } catch (const UsageError& error) {
     return fail(2, fmt::format("{} ({})", error.what(), usageText()));
