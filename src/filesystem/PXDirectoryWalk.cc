@@ -73,8 +73,7 @@ void PXDirectoryWalk::read(Pending& pending) const {
 
 std::vector<PXDirectoryWalk::Folders::iterator> PXDirectoryWalk::nextUnread() {
   std::vector<Folders::iterator> folders;
-  std::size_t wanted = itemsAhead_ < kItemsAhead ? kStretch : 1;
-  for (auto it = pending_.begin(); it != pending_.end() && folders.size() < wanted; ++it) {
+  for (auto it = pending_.begin(); it != pending_.end() && folders.size() < kStretch; ++it) {
     if (!it->wasRead) folders.push_back(it);
   }
   return folders;

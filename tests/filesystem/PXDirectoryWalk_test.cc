@@ -204,18 +204,23 @@ TEST_F(DirectoryWalk, ReadsAStretchOfFoldersAtATime) {
 
 TEST_F(DirectoryWalk, IsNotFurtherAheadThanSomeThousandItems) {
   OneProcessor one;
-  for (auto name : {"1", "2", "3"}) folder_.write(name + std::string("/file"), "");
+  for (auto name : {"1/below", "2", "3", "4"}) folder_.write(name + std::string("/file"), "");
   for (int i = 0; i < 10'000; ++i) {
-    ASSERT_EQ(::link((folder_ / "1/file").c_str(), (folder_ / ("1/" + std::to_string(i))).c_str()),
-              0);
+    auto name = folder_ / ("2/" + std::to_string(i));
+    ASSERT_EQ(::link((folder_ / "2/file").c_str(), name.c_str()), 0);
   }
   PXDirectoryWalk walk(top(), PXDirectoryWalk::Order::ByName);
   walk.next();
-  auto large = walk.next();
-  EXPECT_EQ(large->count(), 10'001u);
-  EXPECT_THAT(reads_.all(), SizeIs(2));
+  EXPECT_EQ(relative(*walk.next()), "1");
+  EXPECT_THAT(reads_.all(), SizeIs(3)) << "with the large one";
+  auto below = walk.next();
+  EXPECT_EQ(relative(*below), "1/below");
+  EXPECT_TRUE(below->contentsAreRead()) << "its turn has come";
+  EXPECT_THAT(reads_.all(), SizeIs(4));
+  EXPECT_EQ(walk.next()->count(), 10'001u);
+  EXPECT_THAT(reads_.all(), SizeIs(4));
   walk.next();
-  EXPECT_THAT(reads_.all(), SizeIs(4)) << "the two small ones together";
+  EXPECT_THAT(reads_.all(), SizeIs(6)) << "the two small ones together";
 }
 
 TEST_F(DirectoryWalk, LetsGoOfWhatItHasPassedAndKeepsTheFoldersAbove) {
