@@ -306,8 +306,8 @@ TEST_F(Directory, AnswersOneVolumeToAllThreads) {
     auto sub = directory->subdirectoryMatchingName("sub");
     std::vector<Ref<PXVolumeInfo>> volumes(4);
     {
-      std::vector<std::jthread> threads;
       std::latch start(4);
+      std::vector<std::jthread> threads;
       for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&, i] {
           start.arrive_and_wait();

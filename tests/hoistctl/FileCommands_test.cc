@@ -338,8 +338,10 @@ TEST(Volumes, ThatCannotBeListedAreAFailureWithTheSystemsReason) {
   volumes.mount("tmpfs", "/proc", "tmpfs", 0, "");
   auto result = hoistctl({"volumes"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.output,
-            "hoistctl: IO: cannot get count of mounted volumes: No such file or directory\n");
+  // Sanitizers miss their files in /proc, too, and say so.
+  EXPECT_THAT(
+      result.output,
+      HasSubstr("hoistctl: IO: cannot get count of mounted volumes: No such file or directory\n"));
 }
 
 TEST(Volumes, TellWhatTheyCanDoOnDemand) {
