@@ -28,6 +28,7 @@ class PXDirectoryWalk {
   // Of the children of each folder, and of the folders.
   enum class Order { AsRead, ByName };
 
+  // Raises what PXFileInfo::infoForPathObject raises.
   explicit PXDirectoryWalk(const Ref<PXPath>& top, Order order = Order::AsRead);
   PXDirectoryWalk(const PXDirectoryWalk&) = delete;
   PXDirectoryWalk& operator=(const PXDirectoryWalk&) = delete;
