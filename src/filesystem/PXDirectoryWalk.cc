@@ -73,7 +73,9 @@ void PXDirectoryWalk::read(Pending& pending) const {
 
 std::vector<PXDirectoryWalk::Folders::iterator> PXDirectoryWalk::nextUnread() {
   std::vector<Folders::iterator> folders;
-  for (auto it = pending_.begin(); it != pending_.end() && folders.size() < kStretch; ++it) {
+  // With enough ahead, the thousands that are read need not be passed over.
+  std::size_t wanted = itemsAhead_ < kItemsAhead ? kStretch : 1;
+  for (auto it = pending_.begin(); it != pending_.end() && folders.size() < wanted; ++it) {
     if (!it->wasRead) folders.push_back(it);
   }
   return folders;
