@@ -14,6 +14,7 @@
 #include "filesystem/PXDirectory.h"
 #include "filesystem/PXPath.h"
 #include "platform/DispatchHelp.h"
+#include "platform/Exception.h"
 
 namespace hoist {
 namespace {
@@ -24,6 +25,16 @@ constexpr std::size_t kStretch = 64;
 // Folders and children that are held ahead of their turn, some 3 MB. Picked: a stretch of such
 // folders fits in.
 constexpr std::size_t kItemsAhead = 10'000;
+
+// One that cannot be looked at cannot be opened either, and that is what its turn shows: one such
+// folder must not cost the walk those beside it.
+bool isEntered(const PXDirectory& folder) {
+  try {
+    return !folder.isMountPoint();
+  } catch (const Exception&) {
+    return true;
+  }
+}
 
 }  // namespace
 
@@ -51,7 +62,7 @@ Ref<PXDirectory> PXDirectoryWalk::next() {
   return next.folder;
 }
 
-// On either thread.
+// On either thread. Throws nothing: whatever fails is the folder's failure.
 void PXDirectoryWalk::read(Pending& pending) const {
   auto& folder = *pending.folder;
   pending.wasRead = true;
@@ -60,14 +71,13 @@ void PXDirectoryWalk::read(Pending& pending) const {
     folder.lazyDirectoryRead();
     if (!folder.contentsAreRead()) return;
     if (order_ == Order::ByName) folder.sort();
+    pending.items += folder.count();
+    for (auto child = folder.firstDirectory(); child; child = child->nextDirectory()) {
+      auto below = child->asDirectory();
+      if (isEntered(*below)) pending.below.push_back(std::move(below));
+    }
   } catch (...) {
     pending.failure = std::current_exception();
-    return;
-  }
-  pending.items += folder.count();
-  for (auto child = folder.firstDirectory(); child; child = child->nextDirectory()) {
-    auto below = child->asDirectory();
-    if (!below->isMountPoint()) pending.below.push_back(std::move(below));
   }
 }
 

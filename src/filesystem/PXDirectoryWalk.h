@@ -35,8 +35,9 @@ class PXDirectoryWalk {
   ~PXDirectoryWalk();
 
   // The next folder, its children read; null at the end, and at once when the top is no folder. One
-  // that could not be opened is handed out unread. Raises what reading it has raised; the next call
-  // goes on behind it. The folder is the walk's, and flushed by the next call.
+  // that could not be opened, or not even looked at, is handed out unread. Raises what reading it
+  // has raised; the next call goes on behind it. The folder is the walk's, and flushed by the next
+  // call.
   Ref<PXDirectory> next();
 
  private:

@@ -276,6 +276,28 @@ TEST_F(DirectoryWalk, HandsOutUnreadWhatCannotBeOpened) {
                 {"1", true}, {"1/below", true}, {"2", false}, {"3", true}, {"3/below", true}}));
 }
 
+TEST_F(DirectoryWalk, LosesNothingBesideFoldersThatCannotBeLookedAt) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to be an ordinary user";
+  for (auto name : {"1/a/x", "2/p/x", "2/q/x", "3/b/x", "3/c/below/x"}) folder_.write(name, "");
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+  // It may be listed, but what is in it is known by name and type only.
+  std::filesystem::permissions(folder_ / "2", std::filesystem::perms(0744));
+  AsUser user(65534);
+  PXDirectoryWalk walk(top(), PXDirectoryWalk::Order::ByName);
+  std::map<std::string, bool> wasRead;
+  while (auto folder = walk.next()) wasRead[relative(*folder)] = folder->contentsAreRead();
+  EXPECT_EQ(wasRead, (std::map<std::string, bool>{{".", true},
+                                                  {"1", true},
+                                                  {"1/a", true},
+                                                  {"2", true},
+                                                  {"2/p", false},
+                                                  {"2/q", false},
+                                                  {"3", true},
+                                                  {"3/b", true},
+                                                  {"3/c", true},
+                                                  {"3/c/below", true}}));
+}
+
 TEST_F(DirectoryWalk, SurvivesFoldersThatVanish) {
   makeTree();
   PXDirectoryWalk walk(top());

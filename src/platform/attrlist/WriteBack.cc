@@ -178,8 +178,8 @@ bool Change::apply() {
   }
   if (!changeOwnerAndMode()) return false;
   if (asks(ATTR_CMN_MODTIME) && !equal(values_.modifiedTime, timeOf(present_.stx_mtime))) {
+    timeChanged_ = true;  // It takes two calls on some file systems.
     if (!setModifiedTime(values_.modifiedTime)) return false;
-    timeChanged_ = true;
   }
   return !flagFile_ || setInodeFlags(wantedInodeFlags_);
 }

@@ -11,8 +11,8 @@ namespace hoist::files {
 // Gives an item that was just made the owner, the extended attributes (access lists among them),
 // the mode and the times of the one that it is a copy of, in an order in which it never has more
 // rights than in the end. Owners are kept as far as this process may; set-ID bits only together
-// with their owner. What the target's file system cannot hold is left out. Throws SystemCallError
-// with the target's path.
+// with their owner. What the target's file system cannot hold is left out, but for an attribute
+// that it only has no room for (ENOSPC). Throws SystemCallError with the target's path.
 //
 // Where the target takes no access list, its group gets no more than the list gave it.
 
