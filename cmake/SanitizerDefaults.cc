@@ -21,9 +21,11 @@ const char* __tsan_default_options() {
   return COMMON_OPTIONS ":second_deadlock_stack=1:history_size=4";
 }
 
-// GLib is built without it, so it sees what GLib does to its memory but not GLib's own locks.
+// Libraries are built without it, so it sees what they do to their memory but not their own locks:
+// GLib's, and the one around the C library's copy of TZ, which every tzset makes anew.
 const char* __tsan_default_suppressions() {
-  return "called_from_lib:libglib-2.0.so\n";
+  return "called_from_lib:libglib-2.0.so\n"
+         "race:tzset_internal\n";
 }
 
 }  // extern "C"

@@ -157,8 +157,9 @@ bool TestService::shouldAcceptNewConnection(Listener&, const Ref<Connection>& co
   connection->setExportedInterface(makeInterface());
   connection->setExportedObject(talker_);
   connection->setRemoteObjectInterface(makeInterface());
-  connection->resume();
+  // With the lock: once its first call has come, it is the one that was accepted last.
   std::lock_guard lock(mutex_);
+  connection->resume();
   last_ = connection;
   ++accepted_;
   changed_.notify_all();
