@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The hoist authors
 // SPDX-License-Identifier: Apache-2.0
 // The logger that everything else is built on: numbering of lines, layout, the daily reopening.
-// What all loggers share is in SharedLogger.cc, entries of several lines are in
-// StructuredEntries.cc.
+// What all loggers share is in DefaultLogger.cc and ClassOperations.cc, entries of several lines
+// are in StructuredEntries.cc.
 
 #include "logging/Logger.h"
 
@@ -11,6 +11,17 @@
 #include "preferences/RelativeDate.h"
 
 namespace hoist {
+namespace {
+
+// Where the clocks go back over midnight, a day begins twice: the first time may be over while the
+// day before is not.
+Date startOfNextDay() {
+  Date now = Clock::now();
+  Date next = dateOffsetBy(startOfDay(now), 1, OffsetScale::Days);
+  return now < next ? next : dateOffsetBy(next, 1, OffsetScale::Days);
+}
+
+}  // namespace
 
 Logger::Logger() : dateFormatter_(makeLogDateFormatter()) {}
 Logger::~Logger() = default;
@@ -60,7 +71,7 @@ void Logger::logCString(const char*) {}
 
 Date Logger::reopenDate() {
   SpinLockHolder lock(lock_);
-  if (!reopenDate_) reopenDate_ = dateOffsetBy(startOfToday(), 1, OffsetScale::Days);
+  if (!reopenDate_) reopenDate_ = startOfNextDay();
   return *reopenDate_;
 }
 

@@ -13,10 +13,12 @@
 #include "logging/LogFormat.h"
 #include "logging/NSLogLogger.h"
 #include "platform/AssertionHandler.h"
+#include "platform/Calendar.h"
 #include "platform/Clock.h"
 #include "platform/Trouble.h"
 #include "preferences/RelativeDate.h"
 #include "support/RecordingLogger.h"
+#include "support/TimeZone.h"
 #include "values/ClassRegistry.h"
 
 namespace hoist {
@@ -233,6 +235,19 @@ TEST(Logger, FirstLineAtOrAfterTheReopenDateIsPrecededByReopenedLogFile) {
   EXPECT_THAT(logger.texts[2], testing::HasSubstr(" Warning at midnight [7.2]"));
   EXPECT_THAT(logger.texts[3], testing::HasSubstr(" Warning after midnight [7.3]"));
   EXPECT_GT(logger.reopenDate(), midnight);
+}
+
+TEST(Logger, IsReopenedOnceWhereClocksGoBackOverMidnight) {
+  // At half past midnight of 18 February 2024 it is half past eleven again.
+  TimeZone zone("XST3XDT,M10.3.0/12,M2.3.0/0:30");
+  Date day = Calendar::startOfDay(Date(1'708'270'000));
+  Date midnightAgain(day.seconds() + 3'600);
+  ASSERT_EQ(Calendar::componentsOf(midnightAgain).hour, 0);
+  TestClock clock(Date(midnightAgain.seconds() - 60));
+  SinkLogger logger;
+  logger.logInLineMessage(classification::Plain, nullptr, "before the second midnight");
+  EXPECT_EQ(logger.reopened, 0);
+  EXPECT_GT(logger.reopenDate(), midnightAgain);
 }
 
 TEST(Logger, LineJustBeforeTheReopenDateDoesNotReopen) {
