@@ -82,6 +82,9 @@ TEST(Logger, RootLineCountsDaysFromTheYearOneAndHundredthsOfTheDay) {
   Date midnight = startOfDay(Date(1709640000));
   auto start = [](Date date) { return Logger::makeRootLogLine(date, 412)->description(); };
   EXPECT_EQ(start(midnight), "7.73895000.412");
+  // A hundredth of the day is 14.4 minutes; the first minute is number 1.
+  EXPECT_EQ(start(dateWithHour(midnight, 0, 13)), "7.73895000.412");
+  EXPECT_EQ(start(dateWithHour(midnight, 0, 14)), "7.73895001.412");
   EXPECT_EQ(start(dateWithHour(midnight, 12, 0)), "7.73895050.412");
   EXPECT_EQ(start(dateWithHour(midnight, 14, 0)), "7.73895058.412");
   EXPECT_EQ(start(dateWithHour(midnight, 23, 58)), "7.73895099.412");
@@ -355,14 +358,16 @@ TEST_F(DefaultLogger, StandardLoggerReplacesTheFallback) {
 
 TEST_F(DefaultLogger, StandardLoggerThatFailsLeavesTheConsoleWhichSaysSo) {
   struct Failing : RecordingLogger {
-    void reopen() override { KLException::exceptionWithName("IO", "no space for a log").raise(); }
+    void reopen() override {
+      KLException::exceptionWithName("IO", "no space for a log").setStrPath("/log").raise();
+    }
   };
   std::vector<std::string> texts;
   add("NSLogLogger", [&texts] { return make<ConsoleInto>(texts); });
   add(kFile, [] { return make<Failing>(); });
   EXPECT_EQ(chosen(), "NSLogLogger");
   EXPECT_THAT(texts, ElementsAre("(Failure) could not create standard logger; logging to console",
-                                 "(Failure) no space for a log"));
+                                 "(Failure) no space for a log", "(Details) Path: /log"));
   // Standard exceptions count as well, and a failure while it is made.
   texts.clear();
   add(kFile, []() -> Ref<Object> { throw std::runtime_error("no file name"); });
@@ -381,9 +386,13 @@ TEST_F(DefaultLogger, OnlyTheConsoleTellsThatTheStandardLoggerFailed) {
 
 TEST_F(DefaultLogger, NewOneIsReopenedBeforeItIsInstalledAndAfterTheOldOneIsReleased) {
   struct Watching : RecordingLogger {
-    void reopen() override { oldIsReleased = old.expired(); }
+    void reopen() override {
+      oldIsReleased = old.expired();
+      isInstalled = Logger::defaultLogger().get() == this;
+    }
     std::weak_ptr<Logger> old;
     bool oldIsReleased = false;
+    bool isInstalled = true;
   };
   Logger::setDefaultLogger(make<RecordingLogger>());
   Logger::log(classification::Plain, "used by this thread");
@@ -391,6 +400,7 @@ TEST_F(DefaultLogger, NewOneIsReopenedBeforeItIsInstalledAndAfterTheOldOneIsRele
   watching->old = Logger::defaultLogger();
   Logger::setDefaultLogger(watching);
   EXPECT_TRUE(watching->oldIsReleased);
+  EXPECT_FALSE(watching->isInstalled);
   EXPECT_EQ(Logger::defaultLogger(), watching);
 }
 

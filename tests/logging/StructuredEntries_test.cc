@@ -141,6 +141,20 @@ TEST(NewException, IsTheSameOneThatWasRaisedNotAnEqualOne) {
   }
 }
 
+TEST(NewException, IsNoLongerNewWhileItIsWritten) {
+  struct Asking : RecordingLogger {
+    std::optional<std::string> formatMessage(std::string_view, const LogLineIdentifier&,
+                                             Classification, std::string_view) override {
+      wasNew.push_back(isNewException(exception));
+      return std::nullopt;
+    }
+    const Exception exception{"Name", "no"};
+    std::vector<bool> wasNew;
+  } logger;
+  logger.logMapInLineException(5, nullptr, nullptr, logger.exception);
+  EXPECT_THAT(logger.wasNew, testing::AllOf(Not(IsEmpty()), testing::Each(false)));
+}
+
 TEST(NewException, IsWhatThisLoggerHasNotLoggedLast) {
   RecordingLogger one;
   RecordingLogger other;
@@ -193,7 +207,8 @@ TEST_F(Backtrace, The1001stRepeatedOneEmptiesTheCache) {
   // The repeated one that empties the cache is not printed itself.
   for (int repeated = 1; repeated <= 1001; ++repeated) EXPECT_THAT(logged({5}), SizeIs(1));
   EXPECT_THAT(logged({5}), SizeIs(2));
-  EXPECT_THAT(logged({5}), SizeIs(1));
+  // Counted from the beginning again.
+  for (int repeated = 1; repeated <= 2; ++repeated) EXPECT_THAT(logged({5}), SizeIs(1));
 }
 
 TEST_F(Backtrace, ExceptionThatWasNotRaisedHasNone) {
@@ -340,6 +355,9 @@ TEST_F(Bytes, InTheMiddleOfALongBlockAreLeftOut) {
   EXPECT_EQ(lines[3], "... 744 more bytes ...");
   EXPECT_THAT(lines[4], StartsWith("000368: 68"));
   EXPECT_THAT(lines[5], StartsWith("0003a8: a8"));
+  const LoggedLine leftOut = logger_.lines()[3];
+  EXPECT_EQ(leftOut.classification, classification::Details);
+  EXPECT_EQ(leftOut.line, logger_.lines()[0].line + ".3");
 }
 
 TEST_F(Bytes, OfABlockThatIsHardlyLongerThanItsEndsAreAllShown) {
