@@ -198,6 +198,22 @@ TEST(Process, CannotBecomeRootWithoutTheRight) {
   EXPECT_EQ(status, 0);
 }
 
+TEST(Process, GivesUpTheUserBeforeTheGroup) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::setresgid(0, kGroup, kGroup) != 0 || ::setresuid(0, kUser, kUser) != 0) ::_exit(9);
+    Process::initialize();
+    if (!Process::runAsRoot() || ::getegid() != 0) ::_exit(8);
+    // The group of the start is no longer one that a user may go back to, only root could.
+    if (::setresgid(0, 0, 0) != 0) ::_exit(7);
+    ::_exit(Process::runAsUser() && ::geteuid() == kUser && ::getegid() == 0 ? 0 : 1);
+  }
+  int status = 1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
 // The probe, copied to a folder of its own.
 class ProcessProbe : public testing::Test {
  protected:

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "process/TextPipeReader.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -12,11 +13,13 @@
 
 #include "platform/ChildTask.h"
 #include "platform/TextEncoding.h"
+#include "support/TroubleRecorder.h"
 
 namespace hoist {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pointee;
 using namespace std::string_literals;
@@ -175,6 +178,15 @@ TEST(TextPipeReader, WaitsUntilNobodyCanWriteAnyMore) {
   EXPECT_EQ(lines.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
   open.reset();
   EXPECT_THAT(lines.get(), Pointee(ElementsAre("said")));
+}
+
+TEST(TextPipeReader, HasNoLinesOfWhatCannotBeRead) {
+  TroubleRecorder trouble;
+  auto reader = make<TextPipeReader>();
+  reader->pipe().reading = FileDescriptor(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  reader->startReading();
+  EXPECT_THAT(reader->lines(), Pointee(IsEmpty()));
+  EXPECT_THAT(trouble.messages(), ElementsAre(HasSubstr("Is a directory")));
 }
 
 TEST(TextPipeReader, LivesUntilItHasRead) {
