@@ -40,28 +40,46 @@ std::string assignment(std::string_view name, std::string_view value) {
   return text.append(name).append("=").append(value);
 }
 
+// Of UTF-8, before the last byte of U+0080 to U+00BF. The first half are control characters again,
+// which terminals obey like those of ASCII.
+constexpr unsigned char kLeadOfControl = 0xC2;
+
 bool isPlain(unsigned char byte) {
-  return byte >= ' ' && byte != 0x7F;
+  return byte >= ' ' && byte != 0x7F && byte != kLeadOfControl;
+}
+
+// Of the character at the beginning of the text, which has a byte that is not plain there; 0 when
+// it is no control character.
+std::size_t lengthOfControl(std::string_view text) {
+  if (static_cast<unsigned char>(text[0]) != kLeadOfControl) return 1;
+  bool isControl = text.size() > 1 && (static_cast<unsigned char>(text[1]) & 0xE0) == 0x80;
+  return isControl ? 2 : 0;
+}
+
+void appendInOctal(std::string& entry, unsigned char byte) {
+  const char octal[] = {'\\', static_cast<char>('0' + (byte >> 6)),
+                        static_cast<char>('0' + (byte >> 3 & 7)),
+                        static_cast<char>('0' + (byte & 7))};
+  entry.append(octal, sizeof octal);
 }
 
 void appendAsOneEntry(std::string& entry, std::string_view text) {
-  auto rest = text.begin();
   for (;;) {
-    auto stop = std::find_if_not(rest, text.end(), isPlain);
-    entry.append(rest, stop);
-    if (stop == text.end()) break;
-    if (*stop == '\n') {
+    auto stop = std::find_if_not(text.begin(), text.end(), isPlain);
+    entry.append(text.begin(), stop);
+    text.remove_prefix(static_cast<std::size_t>(stop - text.begin()));
+    if (text.empty()) break;
+    const std::size_t control = lengthOfControl(text);
+    if (text[0] == '\n') {
       entry += "\n\t";
-    } else if (*stop == '\t') {
-      entry += '\t';
+    } else if (text[0] == '\t' || control == 0) {
+      entry += text[0];
     } else {
-      auto control = static_cast<unsigned char>(*stop);
-      const char octal[] = {'\\', static_cast<char>('0' + (control >> 6)),
-                            static_cast<char>('0' + (control >> 3 & 7)),
-                            static_cast<char>('0' + (control & 7))};
-      entry.append(octal, sizeof octal);
+      for (char byte : text.substr(0, control)) {
+        appendInOctal(entry, static_cast<unsigned char>(byte));
+      }
     }
-    rest = stop + 1;
+    text.remove_prefix(std::max<std::size_t>(control, 1));
   }
   entry += '\n';
 }

@@ -52,6 +52,13 @@ TEST(Console, ControlCharactersCannotSteerATerminal) {
               testing::EndsWith("] \\033[2Ja\\015b\tc\\177\\000d \u00e9\n"));
 }
 
+TEST(Console, ControlCharactersBeyondASCIICannotEither) {
+  EXPECT_THAT(written("\u009b2Ja\u0080\u009fb\u00a0\u00c2"),
+              testing::EndsWith("] \\302\\2332Ja\\302\\200\\302\\237b\u00a0\u00c2\n"));
+  // Not the end of another character, and not what is no character.
+  EXPECT_THAT(written("\u00db \xc2 \xc2"), testing::EndsWith("] \u00db \xc2 \xc2\n"));
+}
+
 TEST(Console, LongEntryArrivesWhole) {
   std::string text(10'000'000, 'x');
   Pipe pipe;
