@@ -109,9 +109,8 @@ bool PXUserPreferences::setDouble(double value, std::string_view key, std::strin
 void PXUserPreferences::domainNeedsSynchronization(std::string_view domain) {
   MutexLock lock(syncLock_);
   if (!modifiedDomains_) {
-    dispatch::mainQueue().after(kSynchronizationDelay, [weak = weak_from_this()] {
-      if (auto preferences = weak.lock()) preferences->synchronize();
-    });
+    dispatch::mainQueue().after(kSynchronizationDelay,
+                                [self = shared_from_this()] { self->synchronize(); });
     modifiedDomains_.emplace();
   }
   modifiedDomains_->emplace(domain);

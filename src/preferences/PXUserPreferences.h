@@ -22,6 +22,7 @@ namespace hoist {
 class PXUserPreferences : public std::enable_shared_from_this<PXUserPreferences> {
  public:
   static const Ref<PXUserPreferences>& sharedPreferences();
+  // The store is borrowed. It outlives every synchronisation, for which the instance is kept.
   static Ref<PXUserPreferences> init(
       platform::PreferenceStore& store = platform::PreferenceStore::shared());
   virtual ~PXUserPreferences();
