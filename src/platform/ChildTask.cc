@@ -165,7 +165,16 @@ class SignalsBlocked {
   std::uint64_t previous_ = 0;
 };
 
+// A process that was started to ignore the end of its children is never told how they ended, and
+// whoever asks is told that there was none.
+void heedChildren() {
+  struct sigaction present = {};
+  bool ignores = ::sigaction(SIGCHLD, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+  if (ignores) ::signal(SIGCHLD, SIG_DFL);
+}
+
 std::pair<pid_t, FileDescriptor> start(Start& start) {
+  heedChildren();
   ChildStack stack;
   int pidfd = -1;
   pid_t pid;

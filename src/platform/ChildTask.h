@@ -45,7 +45,7 @@ struct ChildTaskOptions {
 class ChildTask {
  public:
   // Throws SystemCallError named after the call that failed, "execve" included: a child that could
-  // not be executed was never there.
+  // not be executed was never there. A process that ignores SIGCHLD does so no longer afterwards.
   static Ref<ChildTask> launch(const ChildTaskOptions& options);
 
   pid_t processIdentifier() const { return pid_; }

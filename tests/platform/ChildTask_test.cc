@@ -188,6 +188,13 @@ TEST(ChildTask, KillsAndCollectsItsChild) {
   EXPECT_EQ(task->terminationStatus(), 128 + SIGKILL);
 }
 
+TEST(ChildTask, IsCollectedThoughTheProcessWasStartedToIgnoreItsChildren) {
+  auto before = ::signal(SIGCHLD, SIG_IGN);
+  auto result = run({.launchPath = probePath(), .arguments = {"exit", "3"}});
+  ::signal(SIGCHLD, before);
+  EXPECT_EQ(result.status, 3);
+}
+
 TEST(ChildTask, StartsManyAtOnceFromManyThreads) {
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 8; ++thread) {
