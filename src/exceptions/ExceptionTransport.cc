@@ -19,6 +19,13 @@ const AllowedClasses& exceptionClasses() {
   return classes;
 }
 
+// Whoever raises or catches an exception need not know what it takes to archive one.
+void registerClasses() {
+  const auto& known = ClassRegistry::shared();
+  if (!known.contains("KLException")) KLException::registerClass();
+  if (!known.contains("NSError")) Error::registerClass();
+}
+
 std::atomic<bool>& persistSwitch() {
   static std::atomic<bool> persist = false;
   return persist;
@@ -36,11 +43,13 @@ std::optional<KLException> asSoftException(const Exception& exception) {
 }
 
 Data dataForException(const Exception& exception) {
+  registerClasses();
   return KeyedArchiver::archivedDataWithRootObject(exception.state(), {"NSException", "NSError"});
 }
 
 std::optional<Exception> exceptionFromData(const std::optional<Data>& data) {
   if (!data) return std::nullopt;
+  registerClasses();
   // The class is looked at first, so that nothing else is made on a peer's word.
   KeyedUnarchiver unarchiver(*data);
   auto className = unarchiver.classNameForKey(kKeyedArchiveRootObjectKey);

@@ -80,6 +80,21 @@ TEST_F(ExceptionTransport, CarriesNameReasonAndDetails) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(ExceptionTransport, NeedsNobodyToHaveRegisteredTheClasses) {
+  auto forget = [] {
+    for (auto name : {"KLException", "NSException", "NSError"}) {
+      ClassRegistry::shared().remove(name);
+    }
+  };
+  forget();
+  Data data = dataForException(ioException().setError(Error::posix(2, "/gone")));
+  forget();
+  auto after = exceptionFromData(data);
+  ASSERT_TRUE(after);
+  EXPECT_EQ(after->className(), "KLException");
+  EXPECT_EQ(after->userInfo().at(".Error").objectAs<Error>()->code(), 2);
+}
+
 TEST_F(ExceptionTransport, CarriesTheExceptionsOwnClassification) {
   auto after = asKLException(transported(ioException().setPreferredLogClass(2)));
   EXPECT_EQ(after->preferredLogClass(), 2u);
