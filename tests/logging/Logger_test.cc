@@ -446,7 +446,25 @@ TEST_F(DefaultLogger, CanBeReplacedInTheMidstOfALine) {
   };
   Logger::setDefaultLogger(make<Replacing>());
   Logger::log(classification::Plain, "x");
-  EXPECT_TRUE(as<RecordingLogger>(Logger::defaultLogger()));
+  auto replacement = as<RecordingLogger>(Logger::defaultLogger());
+  ASSERT_TRUE(replacement);
+  // Nor does the thread go on with the one that it used for that line.
+  Logger::log(classification::Plain, "y");
+  EXPECT_THAT(replacement->texts(), ElementsAre("y"));
+}
+
+TEST_F(DefaultLogger, ThatIsSetWhileOneIsChosenStays) {
+  struct Replacing : RecordingLogger {
+    void reopen() override { Logger::setDefaultLogger(make<Named<kNull>>()); }
+  };
+  add(kFile, [] { return make<Replacing>(); });
+  EXPECT_EQ(chosen(), "NullLogger");
+  ClassRegistry::shared().remove(kFile);
+  add("NSLogLogger", [] {
+    Logger::setDefaultLogger(make<Named<kNull>>());
+    return make<NSLogLogger>();
+  });
+  EXPECT_EQ(chosen(), "NullLogger");
 }
 
 TEST_F(DefaultLogger, MayStillBeUsedWhileTheThreadEnds) {
