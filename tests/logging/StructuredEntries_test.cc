@@ -361,13 +361,24 @@ TEST_F(Bytes, InTheMiddleOfALongBlockAreLeftOut) {
 }
 
 TEST_F(Bytes, OfABlockThatIsHardlyLongerThanItsEndsAreAllShown) {
-  EXPECT_THAT(logged(block(300), 100), SizeIs(1 + 5));
   // 2 * 128 + 64 is the last length that is shown whole.
-  EXPECT_THAT(logged(block(320), 100), SizeIs(1 + 5));
+  for (std::size_t length : {300, 320}) {
+    EXPECT_THAT(
+        logged(block(length), 100),
+        ElementsAre(testing::_, StartsWith("000000: "), StartsWith("000040: "),
+                    StartsWith("000080: "), StartsWith("0000c0: "), StartsWith("000100: ")));
+  }
   auto lines = logged(block(321), 100);
   ASSERT_THAT(lines, SizeIs(1 + 2 + 1 + 2));
   EXPECT_EQ(lines[3], "... 65 more bytes ...");
   EXPECT_THAT(lines[4], StartsWith("0000c1: "));
+}
+
+TEST_F(Bytes, OfEachEndAreWholeRows) {
+  for (std::size_t tail : {1, 63, 64}) {
+    EXPECT_THAT(logged(block(1000), tail), SizeIs(1 + 1 + 1 + 1)) << tail;
+  }
+  EXPECT_THAT(logged(block(1000), 65), SizeIs(1 + 2 + 1 + 2));
 }
 
 TEST_F(Bytes, AreAllShownForAnImmenseTail) {
