@@ -168,6 +168,9 @@ TEST_F(Preferences, TakeNaNForTheSameNaN) {
   double nan = std::numeric_limits<double>::quiet_NaN();
   EXPECT_TRUE(preferences_->setDouble(nan, "key", kDomain));
   EXPECT_FALSE(preferences_->setDouble(nan, "key", kDomain));
+  EXPECT_TRUE(preferences_->setDouble(0.5, "key", kDomain));
+  EXPECT_TRUE(preferences_->setDouble(0.25, "key", kDomain));
+  EXPECT_TRUE(preferences_->setDouble(nan, "key", kDomain));
 }
 
 TEST_F(Preferences, AreSynchronisedTwoSecondsAfterTheFirstWrite) {
