@@ -47,8 +47,9 @@ bool writeSome(int fd, std::string_view& rest) {
   return !rest.empty();
 }
 
-// The first three bytes of the output, or fewer when it ended or the time did.
-std::string exchange(int input, int output, std::string_view lines, Clock::Instant deadline) {
+// The first three bytes of the output, or fewer when it ended or the time did. What is written by
+// then is taken off the lines.
+std::string exchange(int input, int output, std::string_view& lines, Clock::Instant deadline) {
   std::string status;
   bool writing = true;
   while (status.size() < kStatusBytes) {
@@ -59,6 +60,15 @@ std::string exchange(int input, int output, std::string_view lines, Clock::Insta
     if (ready[0].revents != 0 && !readSome(output, status, kStatusBytes)) break;
   }
   return status;
+}
+
+// A helper may accept before it has read everything, and goes on reading. One that does not read
+// has accepted all the same.
+void writeRest(int input, std::string_view lines, Clock::Instant deadline) {
+  while (!lines.empty()) {
+    std::array<pollfd, 1> ready{{{input, POLLOUT, 0}}};
+    if (Clock::poll(ready, deadline) == 0 || !writeSome(input, lines)) break;
+  }
 }
 
 std::string readRefusal(int output) {
@@ -105,9 +115,13 @@ HandshakeAnswer shakeHands(int input, int output, const std::string& lines,
                            Clock::Instant deadline) {
   makeNonBlocking(input);
   makeNonBlocking(output);
-  std::string status = exchange(input, output, lines, deadline);
+  std::string_view unwritten = lines;
+  std::string status = exchange(input, output, unwritten, deadline);
   if (status.size() < kStatusBytes) return {.kind = HandshakeAnswer::Kind::None};
-  if (status == kAccepted) return {.kind = HandshakeAnswer::Kind::Accepted};
+  if (status == kAccepted) {
+    writeRest(input, unwritten, deadline);
+    return {.kind = HandshakeAnswer::Kind::Accepted};
+  }
   return refusalFrom(readRefusal(output));
 }
 

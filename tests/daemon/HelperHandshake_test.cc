@@ -91,14 +91,37 @@ TEST_F(Handshake, IsAcceptedByThreeBytes) {
   EXPECT_EQ(heard, "lines\n");
 }
 
+// More than a pipe holds: who writes them cannot finish before somebody reads.
+const std::string kLongLines(1 << 20, 'x');
+
 TEST_F(Handshake, IsAcceptedByThreeBytesThatComeOneByOneBeforeTheLinesAreRead) {
+  std::string heard;
+  auto answer = shake(
+      [&](Handshake& helper) {
+        for (char c : std::string("OK\n")) helper.say(std::string(1, c));
+        heard = helper.hear(kLongLines.size());
+      },
+      kLongLines);
+  EXPECT_EQ(answer.kind, Kind::Accepted);
+  EXPECT_EQ(heard.size(), kLongLines.size());
+}
+
+TEST_F(Handshake, IsAcceptedByAHelperThatClosesItsInput) {
   auto answer = shake(
       [](Handshake& helper) {
-        for (char c : std::string("OK\n")) helper.say(std::string(1, c));
+        helper.say("OK\n");
+        helper.input_.reading.reset();
       },
-      // More than a pipe holds: the writer cannot finish, and must not wait for it.
-      std::string(1 << 20, 'x'));
+      kLongLines);
   EXPECT_EQ(answer.kind, Kind::Accepted);
+}
+
+TEST_F(Handshake, IsAcceptedAfterSixtySecondsByAHelperThatNeverReadsItsLines) {
+  // There before the clock runs: what is there is read, however late it is.
+  say("OK\n");
+  TestClock clock(Date(1'700'000'000));
+  ClockDriver driver(clock);
+  EXPECT_EQ(shake([](Handshake&) {}, kLongLines).kind, Kind::Accepted);
 }
 
 TEST_F(Handshake, HasNoAnswerWhenTheHelperEndsAtOnce) {
