@@ -1,0 +1,254 @@
+// SPDX-FileCopyrightText: The hoist authors
+// SPDX-License-Identifier: Apache-2.0
+// One launch inside of this process, with a helper that behaves as its command says. What root and
+// other users see of launches is tested with the whole daemon.
+#include "daemon/LaunchHelperTool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "daemon/HelperRegistry.h"
+#include "daemon/KLHelperGlue.h"
+#include "filesystem/PXPath.h"
+#include "platform/FileReading.h"
+#include "platform/RunLoop.h"
+#include "platform/xpc/Limits.h"
+#include "support/ClockDriver.h"
+#include "support/Raised.h"
+#include "support/RecordingLogger.h"
+#include "support/TemporaryFolder.h"
+
+namespace hoist {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::Not;
+
+constexpr uid_t kUser = 20001;
+constexpr uid_t kOther = 20002;
+const std::string kHelper = HOIST_BUILD_DIR "/bin/test_odd_helper";
+const std::string kFailedLine = "Helper tool could not be launched";
+const std::string kWrongVersionLine = "Incompatible version of helper installed";
+const std::string kAbandonLine =
+    "+[KLConnectionVendor(KLHelperGlue) abandonConnectionWithHelper:] command ";
+
+class TheHelper : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+    fs::copy_file(kHelper, path_);
+    install(04755, kUser);
+    ::setenv("XDG_CONFIG_HOME", folder_.path().c_str(), 1);
+  }
+  ~TheHelper() override {
+    ::unsetenv("XDG_CONFIG_HOME");
+    KLHelperGlue::shared().setHelperCouplingServiceName(std::nullopt);
+    if (helper_.task) helper_.task->kill();
+    while (HelperRegistry::shared().count() > 0) RunLoop::main().runOnce(1'000'000);
+  }
+
+  void install(mode_t mode, uid_t owner) {
+    ASSERT_EQ(::chown(path_.c_str(), owner, owner), 0);
+    ASSERT_EQ(::chmod(path_.c_str(), mode), 0);
+  }
+  bool isInstalledSafely(uid_t owner, bool requireSetUserID = true) {
+    return HelperToolIsInstalledSafely(*PXFileInfo::infoForPath(path_), owner, requireSetUserID);
+  }
+  void setRunsInBackground(bool background) {
+    folder_.write("com.kelvo.helper.plist",
+                  std::string("<plist version=\"1.0\"><dict><key>KLRunActionsAsBackgroundProcess"
+                              "</key>") +
+                      (background ? "<true/>" : "<false/>") + "</dict></plist>");
+  }
+
+  // The helper is ended with the test.
+  const LaunchedHelper& launch(const std::string& commandName) {
+    auto file = std::make_shared<const FileDescriptor>(platform::openRegularFile(path_));
+    auto bytes = std::make_shared<const platform::SealedFile>(
+        platform::SealedFile::copyOf(file->get(), UINT32_MAX, "helper"));
+    helper_ = LaunchHelperTool(
+        {.file = PXFileInfo::infoForOpenFile(file->get(), PXPath::initWithPath(path_)),
+         .executable = {file, bytes},
+         .commandName = commandName,
+         .flags = {},
+         .owner = kUser});
+    return helper_;
+  }
+  KLException failureOf(const std::string& commandName) {
+    return raisedBy([&] { launch(commandName); });
+  }
+  std::vector<std::string> logged() { return log_.texts(classification::Debug); }
+
+  LogRecorder log_;
+  TemporaryFolder folder_;
+  std::string path_ = folder_ / "helper";
+  LaunchedHelper helper_;
+};
+
+// The helper that this process has started; 0 before.
+pid_t onlyChild() {
+  for (const auto& thread : fs::directory_iterator("/proc/self/task")) {
+    std::ifstream children(thread.path() / "children");
+    pid_t child = 0;
+    if (children >> child) return child;
+  }
+  return 0;
+}
+
+TEST_F(TheHelper, IsInstalledSafelyAsARegularSetUserIDExecutableOfItsOwner) {
+  EXPECT_TRUE(isInstalledSafely(kUser));
+  EXPECT_FALSE(isInstalledSafely(kOther));
+  install(04655, kUser);
+  EXPECT_FALSE(isInstalledSafely(kUser)) << "its owner cannot execute it";
+  EXPECT_FALSE(isInstalledSafely(kUser, false));
+  install(02755, kUser);
+  EXPECT_FALSE(isInstalledSafely(kUser)) << "it is not set-user-ID";
+  EXPECT_TRUE(isInstalledSafely(kUser, false));
+  fs::remove(path_);
+  EXPECT_FALSE(isInstalledSafely(kUser)) << "it is not there";
+  fs::create_directory(path_);
+  install(04755, kUser);
+  EXPECT_FALSE(isInstalledSafely(kUser)) << "it is a folder";
+  fs::remove(path_);
+  fs::create_symlink(kHelper, path_);
+  EXPECT_FALSE(isInstalledSafely(0, false)) << "it is a link";
+}
+
+TEST_F(TheHelper, IsOfAnyOwnerForRoot) {
+  EXPECT_TRUE(isInstalledSafely(0));
+  install(0755, kUser);
+  EXPECT_FALSE(isInstalledSafely(0));
+  install(04655, kUser);
+  EXPECT_FALSE(isInstalledSafely(0));
+}
+
+TEST_F(TheHelper, RaisesWithTheFileThatIsNotInstalledSafely) {
+  install(0755, kUser);
+  auto exception = failureOf("uncoupled");
+  EXPECT_EQ(exception.name(), "Security");
+  EXPECT_EQ(exception.reason(), "helper not correctly installed");
+  EXPECT_EQ(detailOf(exception, detail_key::Path), path_);
+  EXPECT_THAT(logged(), Contains(kFailedLine));
+}
+
+TEST_F(TheHelper, IsNotStartedBesideTooManyOfItsUser) {
+  std::vector<HelperRegistry::Place> places;
+  for (std::size_t i = 0; i < xpc::kHelpersOfOneUser; ++i)
+    places.push_back(HelperRegistry::shared().takePlace(kUser));
+  auto exception = failureOf("uncoupled");
+  EXPECT_EQ(exception.name(), "Security");
+  EXPECT_EQ(exception.reason(), "too many helpers are running");
+  places.pop_back();
+  EXPECT_TRUE(launch("uncoupled").task);
+}
+
+TEST_F(TheHelper, RaisesWhenItAnswersNothing) {
+  auto exception = failureOf("exit");
+  EXPECT_EQ(exception.name(), "Bug");
+  EXPECT_EQ(exception.reason(), "NULL response from helper");
+  EXPECT_THAT(logged(), Contains(kFailedLine));
+}
+
+TEST_F(TheHelper, RaisesWithItsExplanationWhenItRefuses) {
+  auto exception = failureOf("refuse");
+  EXPECT_EQ(exception.name(), "Process");
+  EXPECT_EQ(exception.reason(), "helper did not start");
+  EXPECT_EQ(detailOf(exception, "Response"), "this helper refuses");
+  EXPECT_EQ(detailOf(exception, detail_key::Version), "(none)");
+  EXPECT_FALSE(exception.hasFlag(detail_key::WrongVersion));
+  EXPECT_THAT(logged(), Contains(kFailedLine));
+  EXPECT_THAT(logged(), Not(Contains(kWrongVersionLine)));
+}
+
+TEST_F(TheHelper, RaisesWithTheVersionWhenItIsOfAnotherOne) {
+  auto exception = failureOf("badver");
+  EXPECT_EQ(exception.name(), "Process");
+  EXPECT_EQ(exception.reason(), "helper did not start");
+  EXPECT_EQ(detailOf(exception, "Response"), "BADVER Helper-1.0");
+  EXPECT_EQ(detailOf(exception, detail_key::Version), "Helper-2.2.5.12");
+  EXPECT_TRUE(exception.hasFlag(detail_key::WrongVersion));
+  EXPECT_THAT(logged(), Contains(kWrongVersionLine));
+  EXPECT_THAT(logged(), Not(Contains(kFailedLine)));
+}
+
+TEST_F(TheHelper, GetsOneVariableAndNoOtherWhenItIsToCouple) {
+  ::setenv("HOIST_TEST_INHERITED", "yes", 1);
+  auto apart = detailOf(failureOf("state"), "Response");
+  EXPECT_NE(apart.find("variable: HOIST_TEST_INHERITED=yes\n"), std::string::npos) << apart;
+  EXPECT_EQ(apart.find("KLHELPER_PARENT_XPC_SERVICE_NAME"), std::string::npos) << apart;
+  KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
+  auto coupled = detailOf(failureOf("state"), "Response");
+  ::unsetenv("HOIST_TEST_INHERITED");
+  auto variable = coupled.find("variable: ");
+  EXPECT_EQ(coupled.find("variable: KLHELPER_PARENT_XPC_SERVICE_NAME=com.kelvo.none\n"), variable)
+      << coupled;
+  EXPECT_EQ(coupled.find("variable: ", variable + 1), std::string::npos) << coupled;
+}
+
+TEST_F(TheHelper, HasNoEndpointWhenNothingIsToCouple) {
+  const auto& helper = launch("uncoupled");
+  EXPECT_EQ(helper.serviceName,
+            "helper.uncoupled." + std::to_string(helper.task->processIdentifier()));
+  EXPECT_FALSE(helper.endpoint);
+  EXPECT_EQ(logged(), std::vector<std::string>());
+}
+
+TEST_F(TheHelper, HasANameWithoutAnEndpointWhenItDoesNotCoupleInTime) {
+  setRunsInBackground(true);
+  KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
+  TestClock clock(Date(1'700'000'000));
+  std::optional<ClockDriver> driver;
+  // The time runs from when the helper has answered: it gets its priority next.
+  std::thread whenItHasAnswered([&] {
+    pid_t helper = 0;
+    while ((helper = onlyChild()) == 0 || ::getpriority(PRIO_PROCESS, helper) != 19)
+      std::this_thread::yield();
+    driver.emplace(clock);
+  });
+  const auto& helper = launch("uncoupled");
+  whenItHasAnswered.join();
+  EXPECT_EQ(helper.serviceName,
+            "helper.uncoupled." + std::to_string(helper.task->processIdentifier()));
+  EXPECT_FALSE(helper.endpoint);
+  EXPECT_EQ(KLHelperGlue::shared().condition(), KLHelperGlue::kIdle);
+  EXPECT_FALSE(KLHelperGlue::shared().turns().user());
+}
+
+TEST_F(TheHelper, AbandonsTheCouplingWhenItFails) {
+  KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
+  failureOf("refuse");
+  EXPECT_EQ(KLHelperGlue::shared().condition(), KLHelperGlue::kIdle);
+  EXPECT_FALSE(KLHelperGlue::shared().turns().user());
+  EXPECT_THAT(logged(), Contains(testing::StartsWith(kAbandonLine + "helper.refuse.")));
+  install(0755, kUser);
+  failureOf("refuse");
+  EXPECT_THAT(logged(), Contains(kAbandonLine + "(null)"));
+}
+
+TEST_F(TheHelper, HasTheLowPriorityUnlessThePreferenceSaysOtherwise) {
+  setRunsInBackground(false);
+  const auto& helper = launch("uncoupled");
+  EXPECT_FALSE(helper.isInBackground);
+  EXPECT_EQ(::getpriority(PRIO_PROCESS, helper.task->processIdentifier()),
+            ::getpriority(PRIO_PROCESS, 0));
+  helper.task->kill();
+  if (fs::exists("/etc/xdg/com.kelvo.helper.plist")) return;
+  fs::remove(folder_ / "com.kelvo.helper.plist");
+  launch("uncoupled");
+  EXPECT_TRUE(helper.isInBackground);
+  EXPECT_EQ(::getpriority(PRIO_PROCESS, helper.task->processIdentifier()), 19);
+}
+
+}  // namespace
+}  // namespace hoist
