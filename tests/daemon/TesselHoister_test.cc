@@ -4,8 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <future>
+#include <memory>
 #include <thread>
 #include <vector>
+
+#include "daemon/TesselHoist.h"
+#include "platform/Clock.h"
+#include "platform/xpc/OperationRefused.h"
+#include "support/RecordingLogger.h"
 
 namespace hoist {
 namespace {
@@ -58,6 +66,49 @@ TEST(TesselHoister, RepliesNothingWhenTheHelperFailsVerification) {
                                  [&](const std::optional<std::string>&,
                                      const std::optional<xpc::Endpoint>&) { replied = true; });
   EXPECT_FALSE(replied);
+}
+
+TEST(TesselHoister, LogsThePathOfAHelperThatFailsVerification) {
+  LogRecorder log;
+  TesselHoister(501, kNoTools).launchPrivilegedHelper("/no/helper", "capture", {}, {});
+  auto lines = log.lines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].classification, classification::Failure);
+  EXPECT_EQ(lines[0].text, "helper failed validation");
+  EXPECT_EQ(lines[1].classification, classification::Details);
+  EXPECT_EQ(lines[1].text, "path: /no/helper");
+  EXPECT_TRUE(lines[1].line.starts_with(lines[0].line + ".")) << lines[1].line;
+}
+
+// Requests that come when the daemon is about to end, whatever becomes of them.
+TEST(TesselHoister, KeepsTheDaemonAliveWithALaunchAndWithASample) {
+  LogRecorder log;
+  // The start of a minute in 2100: the run loop waits for it by the real clock.
+  TestClock clock{Date(4'102'444'800)};
+  TesselHoist hoist([](int) {});
+  TesselHoist::setSharedHoist(&hoist);
+  TesselHoister hoister(501, kNoTools);
+  // Whether the request moves the deadline, from the main queue.
+  auto keepsAlive = [&](const std::function<void()>& request) {
+    hoist.scheduleDeadManTimer();
+    Date before = hoist.deadManTimer()->fireDate();
+    clock.advance(std::chrono::minutes(20));
+    request();
+    bool isHandled = false;
+    RunLoop::main().post([&] { isHandled = true; });
+    while (!isHandled) RunLoop::main().runOnce(1'000'000);
+    return hoist.deadManTimer()->fireDate().secondsSince(before) == 1200;
+  };
+  EXPECT_TRUE(keepsAlive([&] { hoister.launchPrivilegedHelper("/no/helper", "capture", {}, {}); }));
+  EXPECT_TRUE(keepsAlive([&] {
+    auto finished = std::make_shared<std::promise<bool>>();
+    hoister.asyncSample({}, {}, [finished](bool answer) { finished->set_value(answer); });
+    EXPECT_TRUE(finished->get_future().get());
+  }));
+  EXPECT_TRUE(
+      keepsAlive([&] { EXPECT_THROW(hoister.asyncSample({1}, {}, {}), xpc::OperationRefused); }));
+  EXPECT_FALSE(keepsAlive([&] { hoister.barrierWithCompletion([] {}); }));
+  TesselHoist::setSharedHoist(nullptr);
 }
 
 TEST(TesselHoister, ImplementsNeitherOptionalOperation) {
