@@ -54,8 +54,11 @@ void TesselHoister::launchPrivilegedHelper(
                                            "failed to launch helper", &exception);
   }
   reply(std::move(serviceName), std::move(helper.endpoint));
-  // Only now: until here the client and the next launch have waited for the helper.
-  if (helper.isInBackground) platform::enterIdleClasses(helper.task->processIdentifier());
+  // Only now: until here the client and the next launch have waited for the helper. That may have
+  // been long after its end, and the number another process's by now.
+  if (!helper.isInBackground) return;
+  pid_t process = helper.task->processIdentifier();
+  if (HelperRegistry::shared().isHelperOf(process, userID_)) platform::enterIdleClasses(process);
 }
 
 void TesselHoister::asyncSample(std::vector<std::int32_t> processes,

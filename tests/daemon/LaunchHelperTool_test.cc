@@ -6,9 +6,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/sched.h>
+#include <sched.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -19,6 +25,7 @@
 
 #include "daemon/HelperRegistry.h"
 #include "daemon/KLHelperGlue.h"
+#include "daemon/TesselHoister.h"
 #include "filesystem/PXPath.h"
 #include "platform/FileReading.h"
 #include "platform/RunLoop.h"
@@ -96,14 +103,42 @@ class TheHelper : public testing::Test {
   LaunchedHelper helper_;
 };
 
-// The helper that this process has started; 0 before.
-pid_t onlyChild() {
-  for (const auto& thread : fs::directory_iterator("/proc/self/task")) {
-    std::ifstream children(thread.path() / "children");
-    pid_t child = 0;
-    if (children >> child) return child;
+// A process with the given number, which is nobody's; nothing where that cannot be had.
+class ProcessOfNumber {
+ public:
+  explicit ProcessOfNumber(pid_t number) {
+    clone_args arguments{};
+    arguments.exit_signal = SIGCHLD;
+    arguments.set_tid = reinterpret_cast<std::uintptr_t>(&number);
+    arguments.set_tid_size = 1;
+    id_ = static_cast<pid_t>(::syscall(SYS_clone3, &arguments, sizeof arguments));
+    if (id_ == 0) {
+      ::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
+      for (;;) ::syscall(SYS_pause);
+    }
   }
-  return 0;
+  ~ProcessOfNumber() {
+    if (id_ <= 0) return;
+    ::kill(id_, SIGKILL);
+    ::waitpid(id_, nullptr, 0);
+  }
+  ProcessOfNumber(const ProcessOfNumber&) = delete;
+  ProcessOfNumber& operator=(const ProcessOfNumber&) = delete;
+  explicit operator bool() const { return id_ > 0; }
+
+ private:
+  pid_t id_;
+};
+
+// The helper that this process has started, once it has answered and got its priority.
+pid_t answeredHelper() {
+  for (;; std::this_thread::yield()) {
+    for (const auto& thread : fs::directory_iterator("/proc/self/task")) {
+      std::ifstream children(thread.path() / "children");
+      pid_t child = 0;
+      if (children >> child && ::getpriority(PRIO_PROCESS, child) == 19) return child;
+    }
+  }
 }
 
 TEST_F(TheHelper, IsInstalledSafelyAsARegularSetUserIDExecutableOfItsOwner) {
@@ -209,11 +244,8 @@ TEST_F(TheHelper, HasANameWithoutAnEndpointWhenItDoesNotCoupleInTime) {
   KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
   TestClock clock(Date(1'700'000'000));
   std::optional<ClockDriver> driver;
-  // The time runs from when the helper has answered: it gets its priority next.
   std::thread whenItHasAnswered([&] {
-    pid_t helper = 0;
-    while ((helper = onlyChild()) == 0 || ::getpriority(PRIO_PROCESS, helper) != 19)
-      std::this_thread::yield();
+    answeredHelper();
     driver.emplace(clock);
   });
   const auto& helper = launch("uncoupled");
@@ -248,6 +280,40 @@ TEST_F(TheHelper, HasTheLowPriorityUnlessThePreferenceSaysOtherwise) {
   launch("uncoupled");
   EXPECT_TRUE(helper.isInBackground);
   EXPECT_EQ(::getpriority(PRIO_PROCESS, helper.task->processIdentifier()), 19);
+}
+
+// It ends while it is waited for; whoever gets its number is not the one to be moved.
+TEST_F(TheHelper, IsNotMovedToTheBackgroundWhenItsNumberIsAnothers) {
+  setRunsInBackground(true);
+  KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
+  folder_.write("My.app/Contents/Info.plist",
+                "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>Tool</string>"
+                "</dict></plist>");
+  std::string tool = folder_.write(
+      "codesign",
+      "#!/bin/sh\n/usr/bin/sha256sum \"$2\"/Contents/Linux/Tool | /usr/bin/cut -d' ' -f1\n");
+  fs::permissions(tool, fs::perms::owner_all);
+  fs::create_directory(folder_ / "My.app/Contents/Linux");
+  fs::rename(path_, folder_ / "My.app/Contents/Linux/Tool");
+  TesselHoister hoister(kUser, {.codesign = tool, .sample = "/nonexistent/sample"});
+  TestClock clock(Date(1'700'000'000));
+  std::optional<std::string> serviceName;
+  std::thread launch([&] {
+    hoister.launchPrivilegedHelper(folder_ / "My.app/Contents/Linux/Tool", "uncoupled", {},
+                                   [&](const auto& name, const auto&) { serviceName = name; });
+  });
+  pid_t helper = answeredHelper();
+  ::kill(helper, SIGKILL);
+  while (HelperRegistry::shared().count() > 0) RunLoop::main().runOnce(1'000'000);
+  ProcessOfNumber other(helper);
+  {
+    ClockDriver driver(clock);
+    launch.join();
+  }
+  EXPECT_EQ(serviceName, "helper.uncoupled." + std::to_string(helper));
+  if (!other) GTEST_SKIP() << "a process cannot be given a number here";
+  EXPECT_EQ(::sched_getscheduler(helper), SCHED_OTHER);
+  EXPECT_EQ(::getpriority(PRIO_PROCESS, helper), ::getpriority(PRIO_PROCESS, 0));
 }
 
 }  // namespace
