@@ -79,17 +79,19 @@ class TheHelper : public testing::Test {
                       (background ? "<true/>" : "<false/>") + "</dict></plist>");
   }
 
-  // The helper is ended with the test.
-  const LaunchedHelper& launch(const std::string& commandName) {
+  HelperLaunch launchOf(const std::string& commandName) {
     auto file = std::make_shared<const FileDescriptor>(platform::openRegularFile(path_));
     auto bytes = std::make_shared<const platform::SealedFile>(
         platform::SealedFile::copyOf(file->get(), UINT32_MAX, "helper"));
-    helper_ = LaunchHelperTool(
-        {.file = PXFileInfo::infoForOpenFile(file->get(), PXPath::initWithPath(path_)),
-         .executable = {file, bytes},
-         .commandName = commandName,
-         .flags = {},
-         .owner = kUser});
+    return {.file = PXFileInfo::infoForOpenFile(file->get(), PXPath::initWithPath(path_)),
+            .executable = {file, bytes},
+            .commandName = commandName,
+            .flags = {},
+            .owner = kUser};
+  }
+  // The helper is ended with the test.
+  const LaunchedHelper& launch(const std::string& commandName) {
+    helper_ = LaunchHelperTool(launchOf(commandName));
     return helper_;
   }
   KLException failureOf(const std::string& commandName) {
@@ -186,6 +188,19 @@ TEST_F(TheHelper, IsNotStartedBesideTooManyOfItsUser) {
   EXPECT_EQ(exception.reason(), "too many helpers are running");
   places.pop_back();
   EXPECT_TRUE(launch("uncoupled").task);
+}
+
+TEST_F(TheHelper, RaisesWhenItCannotBeStarted) {
+  KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
+  // No more than the header of a program.
+  fs::resize_file(path_, 64);
+  install(04755, kUser);
+  auto exception = failureOf("uncoupled");
+  EXPECT_EQ(exception.name(), "IO");
+  EXPECT_EQ(exception.reason(), "cannot start helper");
+  EXPECT_EQ(detailOf(exception, detail_key::Path), path_);
+  EXPECT_THAT(logged(), Contains(kFailedLine));
+  EXPECT_THAT(logged(), Contains(kAbandonLine + "(null)"));
 }
 
 TEST_F(TheHelper, RaisesWhenItAnswersNothing) {
