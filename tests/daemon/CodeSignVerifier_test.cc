@@ -3,6 +3,7 @@
 #include "daemon/CodeSignVerifier.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -31,13 +32,16 @@ void write(const std::string& path, const std::string& text) {
 // answer.
 class Verification : public testing::Test {
  protected:
+  static constexpr const char* kRightAnswer =
+      "sha256sum \"$2\"/Contents/Linux/Tool | cut -d' ' -f1";
+
   Verification() {
     write(bundle_ + "/Contents/Info.plist",
           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist "
           "version=\"1.0\"><dict><key>CFBundleExecutable</key>"
           "<string>Tool</string></dict></plist>\n");
     write(executable_, "first content");
-    acceptWith("sha256sum \"$2\"/Contents/Linux/Tool | cut -d' ' -f1");
+    acceptWith(kRightAnswer);
   }
 
   // Runs the shell commands; their output is the tool's.
@@ -97,6 +101,21 @@ TEST_F(Verification, RefusesWhenTheToolSawOtherBytes) {
 TEST_F(Verification, RefusesWhenTheToolSaysNothingOfTheBytes) {
   acceptWith("exit 0");
   EXPECT_FALSE(verifier_.verifyHelperAtPath(executable_));
+}
+
+TEST_F(Verification, RefusesWhenTheToolFailsWhateverItSays) {
+  acceptWith(std::string(kRightAnswer) + "\nexit 1");
+  EXPECT_FALSE(verifier_.verifyHelperAtPath(executable_));
+  acceptWith(std::string(kRightAnswer) + "\nkill -KILL $$");
+  EXPECT_FALSE(verifier_.verifyHelperAtPath(executable_));
+  EXPECT_EQ(toolRuns(), 2);
+}
+
+TEST_F(Verification, GivesTheToolNoEnvironment) {
+  ::setenv("HOIST_TEST_INHERITED", "yes", 1);
+  acceptWith("[ -z \"$HOIST_TEST_INHERITED\" ] && " + std::string(kRightAnswer));
+  EXPECT_TRUE(verifier_.verifyHelperAtPath(executable_));
+  ::unsetenv("HOIST_TEST_INHERITED");
 }
 
 TEST_F(Verification, RefusesAToolThatCannotBeRun) {
