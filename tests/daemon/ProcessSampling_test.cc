@@ -323,13 +323,16 @@ TEST_F(SampleRequests, WidenOnlyWhatTheirUserCouldHaveWidened) {
   ASSERT_EQ(::chown(folder.c_str(), kUser, kUser), 0);
   const std::string precious = folder_.write("precious", "precious");
   ASSERT_EQ(::chmod(precious.c_str(), 0644), 0);
-  // The tool here is the user's (a shell gives up what its real user has not).
-  setTool("case \"$3\" in *link) ln -s " + precious + " \"$3\";; *) echo > \"$3\";; esac");
-  const std::string hard = folder + "/hard";
+  const std::string hard = folder + "/hard", spare = folder + "/spare";
   std::filesystem::create_hard_link(precious, hard);
-  EXPECT_TRUE(answer(
-      ask(kUser, {own.id(), own.id(), own.id()}, {folder + "/link", hard, folder + "/report"})));
+  std::filesystem::create_hard_link(precious, spare);
+  // The tool here is the user's (a shell gives up what its real user has not).
+  setTool("case \"$3\" in *link) ln -s " + precious + " \"$3\";; *swapped) mv " + spare +
+          " \"$3\";; *) echo > \"$3\";; esac");
+  EXPECT_TRUE(answer(ask(kUser, std::vector<std::int32_t>(4, own.id()),
+                         {folder + "/link", hard, folder + "/swapped", folder + "/report"})));
   EXPECT_TRUE(std::filesystem::is_symlink(folder + "/link"));
+  EXPECT_TRUE(std::filesystem::equivalent(folder + "/swapped", precious));
   EXPECT_EQ(modeOf(precious), 0644u);
   EXPECT_EQ(modeOf(folder + "/report"), 0666u);
 }
