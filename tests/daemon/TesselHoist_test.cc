@@ -121,6 +121,15 @@ TEST_F(Lifetime, EndsHalfASecondAfterTheVendorIsShutDown) {
   EXPECT_EQ(exits_, 1);
 }
 
+TEST_F(Lifetime, EndsWhenItsTimerFires) {
+  // By the run loop's clock, which is the real one, this is long past.
+  TestClock clock{Date(kMinute)};
+  hoist_.scheduleDeadManTimer();
+  while (hoist_.deadManTimer()) RunLoop::main().runOnce(1'000'000);
+  clock.advance(500ms);
+  while (exits_ == 0) RunLoop::main().runOnce(1'000'000);
+}
+
 TEST_F(Lifetime, IgnoresARequestThatComesWhileItEnds) {
   TestClock clock{Date(kMinute)};
   hoist_.scheduleDeadManTimer();
