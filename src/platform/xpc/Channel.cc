@@ -371,13 +371,10 @@ void Channel::readMessages(const FileDescriptor& socket) {
   for (;;) {
     while (auto message = reader_.next()) {
       if (invalidated_ || dropped_) return;
+      begun.reset();
       handle(std::move(*message));
     }
-    if (!reader_.isMidMessage()) {
-      begun.reset();
-    } else if (!begun) {
-      begun = Clock::instant();
-    }
+    if (reader_.isMidMessage() && !begun) begun = Clock::instant();
     if (!holdReceived() || !receive(socket, begun) || !holdReceived()) return;
   }
 }

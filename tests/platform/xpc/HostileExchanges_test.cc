@@ -70,6 +70,32 @@ TEST_F(HostileInTime, AnUnfinishedMessageIsWaitedForThirtySecondsFromItsFirstByt
   EXPECT_THAT(log_.linesWith("not complete after 30 seconds"), SizeIs(2));
 }
 
+TEST_F(HostileInTime, EachUnfinishedMessageIsWaitedForFromItsOwnFirstByte) {
+  auto first = std::string(textOf(rawBarrier(1)));
+  auto second = std::string(textOf(rawBarrier(2)));
+  auto slow = authenticatedAs(user_);
+  auto tooSlow = authenticatedAs(user_);
+  // Whoever has taken the second part has looked at the clock since the first.
+  for (auto part : {first.substr(0, 1), first.substr(1, 1)}) {
+    for (auto* peer : {&slow, &tooSlow}) {
+      ASSERT_TRUE(peer->send(part));
+      ASSERT_TRUE(eventually([&] { return peer->isTaken(); }));
+    }
+  }
+  clock_.advance(29s);
+  // One read ends the first message and begins the second one.
+  ASSERT_TRUE(slow.send(first.substr(2) + second.substr(0, second.size() - 1)));
+  ASSERT_TRUE(slow.readMessage());
+  clock_.advance(29s);
+  EXPECT_TRUE(tooSlow.isClosed());
+  EXPECT_TRUE(isServed());
+  ASSERT_TRUE(slow.send(second.substr(second.size() - 1)));
+  auto answer = slow.readMessage();
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->replySerial(), 2u);
+  EXPECT_THAT(log_.linesWith("not complete"), SizeIs(1));
+}
+
 TEST_F(HostileInTime, WhatQueuedUpBehindALongCallIsNotBegunWhenItsSenderIsGone) {
   auto note = [](const char* text, std::uint8_t flags) {
     return rawCall({.member = "note_", .signature = "s", .flags = flags}, 2,
