@@ -2,7 +2,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/ConditionLock.h"
 
+#include <algorithm>
+
 namespace hoist {
+namespace {
+
+// Far beyond every wait, and far from what the clock can count.
+constexpr double kLongestWait = 1e9;
+
+Clock::Instant instantIn(double seconds) {
+  // In this order a number that is none is no wait.
+  std::chrono::duration<double> wait(std::min(kLongestWait, std::max(0., seconds)));
+  return Clock::instant() + std::chrono::duration_cast<Clock::Instant::duration>(wait);
+}
+
+}  // namespace
 
 int ConditionLock::condition() const {
   MutexLock guard(mutex_);
@@ -61,9 +75,7 @@ void ConditionLock::sleepUntilCondition(int condition) {
 }
 
 bool ConditionLock::waitForMessageReplyBeforeInterval(double seconds) {
-  auto wait =
-      std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
-  if (!lockWhenCondition(1, Clock::instant() + wait)) return false;
+  if (!lockWhenCondition(1, instantIn(seconds))) return false;
   unlock();
   return true;
 }

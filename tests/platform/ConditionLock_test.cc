@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <thread>
 
 #include "support/ClockDriver.h"
@@ -70,6 +71,22 @@ TEST(MessageLock, AnswersNoWhenTheReplyDoesNotCome) {
   auto lock = ConditionLock::messageLock();
   ClockDriver driver(clock);
   EXPECT_FALSE(lock->waitForMessageReplyBeforeInterval(2.5));
+}
+
+TEST(MessageLock, WaitsHoweverLongItMay) {
+  for (double seconds : {1e10, 1e300, std::numeric_limits<double>::infinity()}) {
+    auto lock = ConditionLock::messageLock();
+    std::thread replier([&] { lock->messageReplied(); });
+    EXPECT_TRUE(lock->waitForMessageReplyBeforeInterval(seconds)) << seconds;
+    replier.join();
+  }
+}
+
+TEST(MessageLock, DoesNotWaitForATimeThatHasPassedOrIsNone) {
+  auto lock = ConditionLock::messageLock();
+  for (double seconds : {-1., -1e300, std::numeric_limits<double>::quiet_NaN()}) {
+    EXPECT_FALSE(lock->waitForMessageReplyBeforeInterval(seconds)) << seconds;
+  }
 }
 
 TEST(MessageLock, AnswersYesWhenTheReplyIsThere) {
