@@ -83,6 +83,9 @@ TEST_F(Vendor, RefusesEveryConnectionByItself) {
   auto vendor = KLConnectionVendor::initWithListener(listener_);
   listener_->resume();
   EXPECT_FALSE(isServed(*vendor->endpoint()));
+  auto connection = xpc::Connection::initWithListenerEndpoint(*vendor->endpoint());
+  EXPECT_FALSE(vendor->shouldAcceptNewConnection(*listener_, connection));
+  EXPECT_FALSE(connection->isResumed());
 }
 
 TEST_F(Vendor, HasNoEndpointAfterItsShutdown) {
@@ -100,6 +103,8 @@ TEST_F(Vendor, EndsItsListenerWhenItGoesAway) {
   listener_->resume();
   auto endpoint = *vendor->endpoint();
   vendor.reset();
+  // Even a factory cannot have it serve again.
+  auto factory = makeFactory();
   EXPECT_FALSE(isServed(endpoint));
 }
 
@@ -146,6 +151,15 @@ TEST_F(Vendor, ServesNoConnectionThatItsServerClassRefuses) {
   EXPECT_EQ(serverClass_->connections[0]->exportedObject(), nullptr);
 }
 
+TEST_F(Vendor, LeavesAConnectionThatItsServerClassRefusesAsItWas) {
+  auto factory = makeFactory();
+  serverClass_->refuses = true;
+  auto connection = xpc::Connection::initWithListenerEndpoint(*factory->endpoint());
+  EXPECT_FALSE(factory->shouldAcceptNewConnection(*listener_, connection));
+  EXPECT_FALSE(connection->isResumed());
+  EXPECT_EQ(connection->exportedInterface(), nullptr);
+}
+
 TEST_F(Vendor, RefusesWhenThereIsNoSuchServerClass) {
   auto factory = makeFactory();
   factory->setServerClass("NobodyKnowsThisClass");
@@ -156,8 +170,10 @@ TEST_F(Vendor, LetsAcceptedConnectionsLiveOnAfterItsShutdown) {
   auto factory = makeFactory();
   auto connection = connectTo(*factory->endpoint());
   EXPECT_TRUE(isServed(connection));
+  auto endpoint = *factory->endpoint();
   factory->shutdown();
   EXPECT_TRUE(isServed(connection));
+  EXPECT_FALSE(isServed(endpoint));
 }
 
 }  // namespace
