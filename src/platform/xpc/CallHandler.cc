@@ -23,6 +23,15 @@ struct Refusal {
   std::string text;
 };
 
+// Of a call without an interface.
+Refusal unknown(const dbus::Message& call) {
+  if (call.path() == kObjectPath || call.path() == dbus::names::kBusPath) {
+    return {dbus::errors::kUnknownMethod,
+            fmt::format("there is no operation {} here", call.member())};
+  }
+  return {dbus::errors::kUnknownObject, fmt::format("there is no object {} here", call.path())};
+}
+
 // The peer that waits for the values of a reply.
 class RemoteReply final : public ReplyTarget {
  public:
@@ -113,8 +122,7 @@ void CallHandler::handle(dbus::Message call) {
     if (method) {
       invoke(call, current, *method);
     } else if (!answerStandard(call, current)) {
-      throw Refusal{dbus::errors::kUnknownMethod,
-                    fmt::format("there is no operation {} here", call.member())};
+      throw unknown(call);
     }
   } catch (const Refusal& refusal) {
     refuse(call, refusal.error, refusal.text);

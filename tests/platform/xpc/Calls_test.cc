@@ -69,6 +69,9 @@ TEST_F(Calls, OfAnotherPathAreOfAnUnknownObject) {
   auto answer = ask({.path = "/other", .member = "note_"});
   EXPECT_EQ(answer.errorName(), dbus::errors::kUnknownObject);
   EXPECT_THAT(std::string(answer.errorText()), HasSubstr("/other"));
+  auto unnamed = ask({.path = "/other", .interface = "", .member = "note_"});
+  EXPECT_EQ(unnamed.errorName(), dbus::errors::kUnknownObject);
+  EXPECT_THAT(std::string(unnamed.errorText()), HasSubstr("/other"));
 }
 
 TEST_F(Calls, OfAnUnknownInterfaceOrOperationSayWhichIt) {
