@@ -103,9 +103,11 @@ Ref<Admission> Admission::admit(const Peer& peer, bool isHelper, const Limits& l
       auto& account = accounts.users[peer.user];
       account.refused = accounts.refused = false;
       ++(isHelper ? account.helpers : account.connections);
-      ++account.unauthenticated;
-      ++accounts.unauthenticated;
-      if (!isHelper && peer.user != 0) ++accounts.unprivileged;
+      if (!isHelper) {
+        ++account.unauthenticated;
+        ++accounts.unauthenticated;
+        if (peer.user != 0) ++accounts.unprivileged;
+      }
     }
   }
   if (!refusal) return make<Admission>(peer, isHelper, limits);
@@ -129,7 +131,7 @@ Admission::~Admission() {
 void Admission::authenticated() {
   auto& accounts = Accounts::shared();
   MutexLock lock(accounts.mutex);
-  if (std::exchange(authenticated_, true)) return;
+  if (std::exchange(authenticated_, true) || isHelper_) return;
   --accounts.users[peer_.user].unauthenticated;
   --accounts.unauthenticated;
 }

@@ -204,6 +204,21 @@ TEST_F(HostileAmounts, ConnectionsThatHaveNotAuthenticatedAreBoundedForAllUsersB
   EXPECT_TRUE(works(root));
 }
 
+TEST_F(HostileAmounts, HelpersThatHaveNotAuthenticatedLeaveRoomForTheirUser) {
+  std::atomic<bool> isHelper = true;
+  service_.listener()->setIsHelper([&](const Peer&, int) { return isHelper.load(); });
+  std::vector<RawPeer> helpers;
+  for (std::size_t count = 0; count < kUnauthenticatedOfOneUser; ++count) {
+    helpers.push_back(RawPeer::asUser(user_, service_.socketPath()));
+  }
+  // They are accepted in order.
+  helpers.push_back(authenticatedAs(user_));
+  isHelper = false;
+  ++descriptors_;  // the stand-in for what strangers pass is kept for good
+  auto own = authenticatedAs(user_);
+  EXPECT_TRUE(works(own));
+}
+
 TEST_F(HostileAmounts, ConnectionsOfHelpersAreCountedByThemselves) {
   service_.listener()->setIsHelper([this](const Peer& peer, int process) {
     EXPECT_EQ(peer.process, ::getpid());
