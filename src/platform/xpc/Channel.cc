@@ -486,6 +486,12 @@ void Channel::drop(std::string_view why) {
   shutDown();
 }
 
+// What for has been reported.
+void Channel::cutOff() {
+  dropped_ = true;
+  shutDown();
+}
+
 void Channel::report(std::string_view what) const {
   if (client_) return reportPeer(*client_, what);
   platform::reportTrouble(
@@ -499,7 +505,10 @@ void Channel::report(std::string_view what) const {
 void Channel::sendAnswer(dbus::OutgoingMessage message) {
   auto size = message.bytes.size();
   message.setSerial(nextSerial());
-  if (dropped_ || outbox_->send(std::move(message)) != Outbox::Outcome::kFull) return;
+  if (dropped_) return;
+  auto outcome = outbox_->send(std::move(message));
+  if (outcome == Outbox::Outcome::kTooMuch) return cutOff();
+  if (outcome != Outbox::Outcome::kFull) return;
   drop(
       fmt::format("its unread answers leave no room for {} bytes more (kUnreadAnswers, {}, in "
                   "xpc/Limits.h)",
@@ -531,6 +540,8 @@ void Channel::sendCall(const Method& method, const Ref<Interface>& interface,
   }
   auto outcome = outbox_->send(std::move(message), std::move(unsent));
   if (outcome == Outbox::Outcome::kTaken) return;
+  // The end of the connection tells the sender.
+  if (outcome == Outbox::Outcome::kTooMuch) return cutOff();
   // Whoever ended the connection may have told the sender already.
   if (hasReply && !pending_.take(serial)) return;
   failLater(handler, outcome == Outbox::Outcome::kClosed

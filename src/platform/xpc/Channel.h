@@ -107,6 +107,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   Ref<const FileDescriptor> socket() const;
   void shutDown();
   void drop(std::string_view why);
+  void cutOff();
   void report(std::string_view what) const;
 
   Connect connect_;  // of a client's connection

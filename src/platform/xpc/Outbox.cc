@@ -26,7 +26,7 @@ Outbox::Outcome Outbox::send(dbus::OutgoingMessage message, Unsent unsent) {
   waitingDescriptors_ += message.descriptors.size();
   enqueue({std::move(message), 0, std::move(unsent)});
   write();
-  if (!holdWaiting()) return Outcome::kFull;
+  if (!holdWaiting()) return Outcome::kTooMuch;
   pumpIfNeeded();
   return Outcome::kTaken;
 }

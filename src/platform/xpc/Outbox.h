@@ -27,8 +27,11 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
   enum class Outcome {
     kTaken,   // sent, or will be
-    kFull,    // refused: more waits than may
+    kFull,    // refused: more waits than the limit
     kClosed,  // refused: the connection has ended
+    // Taken, but more waits than may by the word of hold, which has been reported: the connection
+    // has to end.
+    kTooMuch,
   };
 
   // At most `limit` bytes wait; a message that is larger than that may wait alone.

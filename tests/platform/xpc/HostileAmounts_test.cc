@@ -104,6 +104,33 @@ TEST_F(HostileAmounts, LargeAnswersThatNobodyReadsAreBoundedTogether) {
   EXPECT_TRUE(works(other));
 }
 
+TEST_F(HostileAmounts, MessagesToAPeerThatDoesNotReadFailOnceEachWhenTheyAreTooMany) {
+  constexpr std::size_t kSize = 900 << 10;
+  std::vector<RawPeer> sleepers;
+  std::vector<Ref<Connection>> accepted;
+  std::array<std::atomic<int>, 2 * kHeldBytesOfOneUser / kSize> errors{};
+  std::size_t sent = 0;
+  for (; sent < errors.size() && !log_.has("kHeldBytesOfOneUser"); ++sent) {
+    sleepers.push_back(authenticatedAs(user_));
+    ASSERT_TRUE(works(sleepers.back()));
+    accepted.push_back(service_.lastAccepted());
+    accepted.back()
+        ->remoteObjectProxyWithErrorHandler([&error = errors[sent]](const Ref<Error>&) { ++error; })
+        ->send<&Talking::note>(std::string(kSize, 'x'));
+  }
+  ASSERT_TRUE(log_.has("kHeldBytesOfOneUser"));
+  // The last one asked for too much.
+  sleepers.back().readToEnd();
+  EXPECT_TRUE(eventually([&] { return errors[sent - 1] > 0; }));
+  for (auto& connection : accepted) {
+    Outcome<> ended;
+    connection->setInvalidationHandler(ended.reply());
+    connection->invalidate();
+    ended.values();
+  }
+  for (std::size_t index = 0; index < sent; ++index) EXPECT_EQ(errors[index], 1) << index;
+}
+
 TEST_F(HostileAmounts, DescriptorsInAnswersThatNobodyReadsAreBounded) {
   auto pipe = makePipe();
   auto call =
