@@ -86,7 +86,11 @@ Received receive(int socket, std::span<std::uint8_t> space, std::size_t maximumD
   if (size < 0) return {statusOf(errno), errno, 0, {}};
   FileDescriptors descriptors = takeDescriptors(header);
   bool withheld = header.msg_flags & MSG_CTRUNC;
-  if (withheld && maximumDescriptors > 0) return {IOStatus::kFailed, EMSGSIZE, 0, {}};
+  if (withheld && maximumDescriptors > 0) {
+    // The kernel does not say why it kept some back.
+    bool hadRoom = descriptors.size() < std::min(maximumDescriptors, kMaximumPassedDescriptors);
+    return {IOStatus::kFailed, hadRoom ? EMFILE : EMSGSIZE, 0, {}};
+  }
   if (size == 0) return {IOStatus::kEnd, 0, 0, {}};
   return {IOStatus::kDone, 0, static_cast<std::size_t>(size), std::move(descriptors), withheld};
 }

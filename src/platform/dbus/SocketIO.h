@@ -25,8 +25,9 @@ enum class IOStatus {
 
 struct Received {
   IOStatus status = IOStatus::kFailed;
-  int error =
-      0;  // errno; EMSGSIZE: more than maximumDescriptors came at once, and all of them are closed
+  // errno. EMSGSIZE: more than maximumDescriptors came at once, EMFILE: there is no number for all
+  // that came; the bytes are lost and the descriptors closed.
+  int error = 0;
   std::size_t size = 0;         // bytes
   FileDescriptors descriptors;  // close-on-exec
   bool withheld = false;        // descriptors came, and none was to be taken

@@ -400,6 +400,8 @@ bool Channel::receive(const FileDescriptor& socket, std::optional<Clock::Instant
           fmt::format("more than {} descriptors came at once (kDescriptorsOfOneMessage in "
                       "xpc/Limits.h)",
                       kDescriptorsOfOneMessage));
+    } else if (got.status == dbus::IOStatus::kFailed && got.error == EMFILE) {
+      drop(fmt::format("its descriptors cannot be taken: {}", errorText(got.error)));
     }
     return false;
   }

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -104,6 +105,23 @@ TEST(SocketIO, TakesNoDescriptorWhereNoneIsToBeTaken) {
   }
   ASSERT_EQ(send(near.get(), std::span(message.bytes)).status, IOStatus::kDone);
   EXPECT_FALSE(receive(far.get(), space, 0).withheld);
+}
+
+TEST(SocketIO, SaysWhenDescriptorsCameForWhichThereIsNoNumber) {
+  auto [near, far] = makePair();
+  OutgoingMessage message = messageWithDescriptors(3);
+  ASSERT_EQ(send(near.get(), message, 0).status, IOStatus::kDone);
+  Bytes space(4096);
+  int lowest = FileDescriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)).get();
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit oneLeft{static_cast<rlim_t>(lowest) + 1, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &oneLeft), 0);
+  Received received = receive(far.get(), space);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(received.status, IOStatus::kFailed);
+  EXPECT_EQ(received.error, EMFILE);
+  EXPECT_TRUE(received.descriptors.empty());
 }
 
 TEST(SocketIO, SaysWhenNothingIsThereAndWhenThePeerHasClosed) {

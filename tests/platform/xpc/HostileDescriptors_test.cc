@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "platform/SystemCall.h"
@@ -130,6 +131,29 @@ TEST_F(HostileDescriptors, ADescriptorThatIsNoEndpointIsAnsweredWithAnError) {
                     }));
   EXPECT_EQ(peer.readMessage()->errorName(), dbus::errors::kInvalidArgs);
   EXPECT_TRUE(works(peer));
+}
+
+TEST_F(HostileDescriptors, ThatFindNoNumberEndTheConnectionForThatReason) {
+#ifdef HOIST_SANITIZED
+  GTEST_SKIP() << "a sanitizer takes descriptors to look at memory, and an object for none without";
+#endif
+  auto peer = authenticated();
+  int lowest = FileDescriptor::duplicate(0).get();
+  auto call = rawCall({.member = "echoHandle_endpoint_reply_", .signature = "hh"}, 1,
+                      [&](dbus::MessageWriter& writer) {
+                        writer.appendFileDescriptor(FileDescriptor::duplicate(0));
+                        writer.appendFileDescriptor(FileDescriptor::duplicate(0));
+                      });
+  rlimit before;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  // What the call itself has taken, and one more.
+  rlimit oneLeft{static_cast<rlim_t>(lowest) + 3, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &oneLeft), 0);
+  peer.send(call);
+  EXPECT_TRUE(peer.isClosed());
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_TRUE(log_.has("Too many open files"));
+  EXPECT_FALSE(log_.has("kDescriptorsOfOneMessage"));
 }
 
 TEST_F(HostileDescriptors, AnAnswerWithDescriptorsToAPeerThatTakesNoneIsAnError) {
