@@ -130,6 +130,33 @@ TEST_F(Client, LogsFailuresToVerifyOnceUntilOneSucceeds) {
   EXPECT_EQ(verifyFailuresLogged(), 2u);
 }
 
+TEST_F(Client, LogsWhyACandidateFailed) {
+  peer_.answerer->refusesBarriers = true;
+  connection_->connect();
+  EXPECT_EQ(verifyFailuresLogged(), 1u);
+  EXPECT_THAT(logger_->texts(), Contains(HasSubstr("no barrier today")));
+}
+
+TEST_F(Client, LogsNoFurtherFailureBecauseOneWasAcceptedUntested) {
+  peer_.refuses = true;
+  EXPECT_FALSE(connection_->ping());
+  peer_.refuses = false;
+  connection_->setVerifyConnection(false);
+  connection_->connect();
+  EXPECT_TRUE(connection_->disconnect());
+  peer_.refuses = true;
+  connection_->setVerifyConnection(true);
+  EXPECT_FALSE(connection_->ping());
+  EXPECT_EQ(verifyFailuresLogged(), 1u);
+}
+
+TEST_F(Client, EndsACandidateThatFailed) {
+  peer_.answerer->refusesBarriers = true;
+  connection_->connect();
+  EXPECT_FALSE(connection_->connected());
+  EXPECT_FALSE(connection_->made.front()->isPeerConnected());
+}
+
 TEST_F(Client, LogsEveryCandidateThatFailed) {
   TestPeer other;
   peer_.refuses = other.refuses = true;
@@ -159,6 +186,7 @@ TEST_F(Client, LeavesTheCurrentConnectionAloneWhenAnotherOneEnds) {
   auto old = connection_->made.front();
   EXPECT_TRUE(connection_->disconnectConnection(old));
   EXPECT_FALSE(connection_->connected());
+  EXPECT_FALSE(old->isPeerConnected());
   auto proxy = connection_->serviceProxy();
   EXPECT_FALSE(connection_->disconnectConnection(old));
   EXPECT_TRUE(connection_->connected());
@@ -173,6 +201,13 @@ TEST_F(Client, ConnectsAgainAfterItsDisconnectionWithANewProxy) {
   EXPECT_TRUE(connection_->ping());
   EXPECT_NE(connection_->serviceProxy(), proxy);
   EXPECT_EQ(connection_->proxies, 2);
+}
+
+TEST_F(Client, LetsItsProxyGoWhenItIsDisconnected) {
+  WeakRef<xpc::Proxy> proxy = connection_->serviceProxy();
+  EXPECT_FALSE(proxy.expired());
+  connection_->disconnect();
+  EXPECT_TRUE(proxy.expired());
 }
 
 TEST_F(Client, LogsTheInvalidationEvenWhenItWasNeverConnected) {
@@ -205,6 +240,22 @@ TEST_F(Client, TellsItsOwnerOnTheSerialQueueThatConnectedEvenIfNobodyElseHoldsIt
   peer_.endConnections();
   ASSERT_TRUE(eventually([&] { return told != nullptr; }));
   EXPECT_EQ(told, expected);
+}
+
+TEST_F(Client, TellsItsOwnerNothingOfAConnectionThatItHasEndedMeanwhile) {
+  auto queue = dispatch::makeSerialQueue();
+  connection_->setInvalidationHandler([] { ADD_FAILURE() << "told"; });
+  queue->sync([&] { connection_->connect(); });
+  auto connection = connection_->made.front();
+  ConditionLock gate(0);
+  queue->async([&] { gate.lockWhenCondition(1); });
+  // Let go right behind the handler of the end, which waits on the queue by then.
+  connection->setExportedObject(make<Answerer>());
+  peer_.endConnections();
+  ASSERT_TRUE(eventually([&] { return connection->exportedObject() == nullptr; }));
+  EXPECT_TRUE(connection_->disconnect());
+  gate.transitionToCondition(1);
+  queue->sync([] {});
 }
 
 TEST_F(Client, TellsItsOwnerOfAnUnverifiedConnectionThatNeverCameAbout) {

@@ -12,9 +12,30 @@
 namespace hoist {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 
-using RoundTrip = ClientTest;
+class RoundTrip : public ClientTest {
+ protected:
+  // A round trip in which a message fails.
+  void failOne() {
+    std::thread caller([&] {
+      EXPECT_FALSE(connection_->performSynchronousBlock(
+          [](const xpc::Proxy& proxy) { proxy.send<&Answering::refuseWithReply>([](bool) {}); }));
+    });
+    EXPECT_TRUE(eventually([&] { return connection_->barrierCondition() == 2; }));
+    peer_.answerer->gate.messageReplied();
+    caller.join();
+  }
+  // Returns when everything has come that the peer has answered by now.
+  void awaitWhatIsAnswered() {
+    auto behind = ConditionLock::messageLock();
+    connection_->made.front()->remoteObjectProxy()->send<&Answering::barrierWithCompletion>(
+        [behind] { behind->messageReplied(); });
+    behind->waitForMessageReply();
+  }
+};
 
 TEST_F(RoundTrip, HasEverythingHandledWhenARoundTripIsBack) {
   auto error = make<Error>("before", 1);
@@ -35,10 +56,22 @@ TEST_F(RoundTrip, OnlyLogsAProxyErrorOutsideOfARoundTrip) {
     // The gate closes behind the message, and its error comes before the next barrier.
     peer_.answerer->gate.sleepUntilCondition(0);
     ASSERT_TRUE(eventually([&] { return messageFailuresLogged() == 1; }));
+    awaitWhatIsAnswered();
     EXPECT_EQ(connection_->barrierCondition(), 0);
   }
   EXPECT_THAT(linesWith("message from"), ElementsAre("message from test to (null) failed"));
   EXPECT_TRUE(connection_->connected());
+  EXPECT_TRUE(connection_->ping());
+}
+
+TEST_F(RoundTrip, LogsMessageFailuresAgainOnAConnectionThatWasVerified) {
+  for (std::size_t round : {1, 2}) {
+    connection_->serviceProxy()->send<&Answering::refuseWithReply>([](bool) {});
+    peer_.answerer->gate.messageReplied();
+    ASSERT_TRUE(eventually([&] { return messageFailuresLogged() == round; }));
+    peer_.answerer->gate.sleepUntilCondition(0);
+    EXPECT_TRUE(connection_->disconnect());
+  }
 }
 
 TEST_F(RoundTrip, FailsTheRoundTripInWhichAMessageFailed) {
@@ -55,26 +88,44 @@ TEST_F(RoundTrip, FailsTheRoundTripInWhichAMessageFailed) {
   EXPECT_FALSE(succeeded);
   EXPECT_EQ(error->code(), Error::kConnectionReplyInvalid);
   EXPECT_EQ(messageFailuresLogged(), 1u);
+  EXPECT_THAT(logger_->texts(), Contains(HasSubstr("not today")));
   // The barrier that came back afterwards ends no later round trip and blocks none.
   for (int i = 0; i < 10; ++i) EXPECT_TRUE(connection_->ping());
   EXPECT_EQ(connection_->barrierCondition(), 0);
 }
 
+TEST_F(RoundTrip, IsNotEndedByTheBarrierOfAnEarlierOne) {
+  connection_->connect();
+  peer_.answerer->holdsBarriers = true;
+  failOne();
+  ASSERT_TRUE(eventually([&] { return peer_.answerer->heldBarriers() == 1; }));
+  std::thread caller([&] { EXPECT_TRUE(connection_->ping()); });
+  EXPECT_TRUE(eventually([&] { return peer_.answerer->heldBarriers() == 2; }));
+  peer_.answerer->holdsBarriers = false;
+  peer_.answerer->answerHeldBarrier();
+  awaitWhatIsAnswered();
+  EXPECT_EQ(connection_->barrierCondition(), 2);
+  peer_.answerer->answerHeldBarrier();
+  caller.join();
+}
+
+TEST_F(RoundTrip, IsPossibleWhenTheBarrierOfAnEarlierOneHasComeBackLate) {
+  connection_->connect();
+  peer_.answerer->holdsBarriers = true;
+  failOne();
+  ASSERT_TRUE(eventually([&] { return peer_.answerer->heldBarriers() == 1; }));
+  peer_.answerer->holdsBarriers = false;
+  peer_.answerer->answerHeldBarrier();
+  awaitWhatIsAnswered();
+  EXPECT_EQ(connection_->barrierCondition(), 0);
+}
+
 TEST_F(RoundTrip, LogsMessageFailuresAgainAfterARoundTripWithoutOne) {
-  auto fail = [&] {
-    std::thread caller([&] {
-      EXPECT_FALSE(connection_->performSynchronousBlock(
-          [](const xpc::Proxy& proxy) { proxy.send<&Answering::refuseWithReply>([](bool) {}); }));
-    });
-    EXPECT_TRUE(eventually([&] { return connection_->barrierCondition() == 2; }));
-    peer_.answerer->gate.messageReplied();
-    caller.join();
-  };
-  fail();
-  fail();
+  failOne();
+  failOne();
   EXPECT_EQ(messageFailuresLogged(), 1u);
   EXPECT_TRUE(connection_->ping());
-  fail();
+  failOne();
   EXPECT_EQ(messageFailuresLogged(), 2u);
 }
 

@@ -35,6 +35,7 @@ class Answerer final : public Object, public Answering {
  public:
   void barrierWithCompletion(xpc::Reply<> completion) override {
     ++barriers;
+    if (refusesBarriers) throw xpc::OperationRefused("no barrier today");
     if (!holdsBarriers) return completion();
     {
       MutexLock lock(mutex_);
@@ -50,14 +51,26 @@ class Answerer final : public Object, public Answering {
   }
   std::string className() const override { return "Answerer"; }
 
+  std::size_t heldBarriers() const {
+    MutexLock lock(mutex_);
+    return held_.size();
+  }
+  // The one that has been held longest; there has to be one.
+  void answerHeldBarrier() {
+    MutexLock lock(mutex_);
+    held_.front()();
+    held_.pop_front();
+  }
+
   std::atomic<int> barriers = 0;
   std::atomic<int> counted = 0;
   std::atomic<bool> holdsBarriers = false;
+  std::atomic<bool> refusesBarriers = false;
   std::function<void()> barrierHeld;  // set before the first client comes
   ConditionLock gate{0};
 
  private:
-  Mutex mutex_;
+  mutable Mutex mutex_;
   std::deque<xpc::Reply<>> held_ GUARDED_BY(mutex_);
 };
 
