@@ -157,11 +157,12 @@ bool TestService::shouldAcceptNewConnection(Listener&, const Ref<Connection>& co
   connection->setExportedInterface(makeInterface());
   connection->setExportedObject(talker_);
   connection->setRemoteObjectInterface(makeInterface());
-  // With the lock: once its first call has come, it is the one that was accepted last.
+  // Before it is resumed, and with the lock: once its first call has come, it has been counted and
+  // is the one that was accepted last.
+  ++accepted_;
   std::lock_guard lock(mutex_);
   connection->resume();
   last_ = connection;
-  ++accepted_;
   changed_.notify_all();
   return true;
 }
