@@ -90,7 +90,7 @@ SaslStep SaslServer::receive(std::string_view bytes) {
     handleLine(*line, step);
   }
   if (step.state == SaslState::kNeedMore && lines_.isFull()) {
-    fail(step, "the exchange is too long");
+    fail(step, "the exchange is too long (kMaximumExchangeSize in dbus/Sasl.h)");
   }
   return step;
 }
@@ -134,14 +134,18 @@ void SaslServer::negotiateDescriptors(SaslStep& step) {
 }
 
 void SaslServer::reject(SaslStep& step) {
-  if (++rejections_ > kMaximumRejections) return fail(step, "too many attempts were rejected");
+  if (++rejections_ > kMaximumRejections) {
+    return fail(step, "too many attempts were rejected (kMaximumRejections in dbus/Sasl.h)");
+  }
   step.reply += "REJECTED EXTERNAL\r\n";
   waiting_ = Waiting::kForAuth;
   descriptorsNegotiated_ = false;
 }
 
 void SaslServer::answerError(SaslStep& step) {
-  if (++errors_ > kMaximumRejections) return fail(step, "too many commands were wrong");
+  if (++errors_ > kMaximumRejections) {
+    return fail(step, "too many commands were wrong (kMaximumRejections in dbus/Sasl.h)");
+  }
   step.reply += "ERROR\r\n";
 }
 

@@ -149,10 +149,11 @@ bool Admission::hold(Held& mine, Held held) {
   }
   // Giving back is always allowed.
   if (held.bytes > before.bytes && total.bytes > limits_.heldBytesOfOneUser) {
+    bool isHelpers = limits_.heldBytesOfOneUser == kHelperHeldBytesOfOneUser;
     reportPeer(peer_, fmt::format("closed, {} bytes of unfinished messages and unread answers of "
-                                  "this user wait and at most {} may (kHeldBytesOfOneUser in "
-                                  "xpc/Limits.h)",
-                                  total.bytes, limits_.heldBytesOfOneUser));
+                                  "this user wait and at most {} may ({} in xpc/Limits.h)",
+                                  total.bytes, limits_.heldBytesOfOneUser,
+                                  isHelpers ? "kHelperHeldBytesOfOneUser" : "kHeldBytesOfOneUser"));
     return false;
   }
   if (held.descriptors > before.descriptors && total.descriptors > kDescriptorsOfOneUser) {

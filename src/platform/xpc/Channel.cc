@@ -360,7 +360,9 @@ void Channel::read() {
     if (error.replyExpected()) {
       sendAnswer(dbus::makeError(error.serial(), dbus::errors::kLimitsExceeded, error.what()));
     }
-    drop(fmt::format("{} (kMessageSize in xpc/Limits.h)", error.what()));
+    bool isHelpers = error.limit() == kHelperMessageSize;
+    drop(fmt::format("{} ({} in xpc/Limits.h)", error.what(),
+                     isHelpers ? "kHelperMessageSize" : "kMessageSize"));
   } catch (const dbus::ProtocolError& error) {
     drop(error.what());
   }

@@ -68,6 +68,26 @@ TEST_F(HostileAmounts, UnfinishedMessagesOfOneUserAreBoundedTogether) {
   EXPECT_TRUE(works(other));
 }
 
+TEST(HostileAmountsToAHelper, AreReportedWithAHelpersBounds) {
+  TroubleLog log;
+  TestService helper(Limits::forHelper());
+  auto user = makeUser();
+  auto boaster = RawPeer::asUser(user, helper.socketPath());
+  boaster.authenticate().send(announce(kHelperMessageSize));
+  EXPECT_EQ(boaster.readMessage()->errorName(), dbus::errors::kLimitsExceeded);
+  EXPECT_TRUE(boaster.isClosed());
+  EXPECT_TRUE(log.has("(kHelperMessageSize in"));
+
+  std::vector<RawPeer> peers;
+  for (int count = 0; count < 3; ++count) {
+    peers.push_back(RawPeer::asUser(user, helper.socketPath()));
+    peers.back().authenticate();
+    // Closed while it sends, perhaps.
+    (void)peers.back().send(announce(15 << 20) + std::string(12 << 20, '\0'));
+  }
+  EXPECT_TRUE(eventually([&] { return log.has("(kHelperHeldBytesOfOneUser in"); }));
+}
+
 // ----- Answers that nobody reads -----------------------------------------------------------------
 
 TEST_F(HostileAmounts, APeerThatCallsAMillionTimesAndNeverReadsIsClosedAtASmallBound) {

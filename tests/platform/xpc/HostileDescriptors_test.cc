@@ -137,7 +137,7 @@ TEST_F(HostileDescriptors, ThatFindNoNumberEndTheConnectionForThatReason) {
 #ifdef HOIST_SANITIZED
   GTEST_SKIP() << "a sanitizer takes descriptors to look at memory, and an object for none without";
 #endif
-  auto peer = authenticated();
+  auto peer = authenticatedAs(user_);
   int lowest = FileDescriptor::duplicate(0).get();
   auto call = rawCall({.member = "echoHandle_endpoint_reply_", .signature = "hh"}, 1,
                       [&](dbus::MessageWriter& writer) {

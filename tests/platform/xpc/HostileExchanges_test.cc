@@ -153,19 +153,21 @@ TEST_F(HostileExchanges, ACallBeforeTheAuthenticationIsNotHandled) {
 }
 
 TEST_F(HostileExchanges, AFloodOfRejectionsEnds) {
-  auto flooder = peer();
+  auto flooder = RawPeer::asUser(user_, service_.socketPath());
   std::string flood(1, '\0');
   for (int count = 0; count < 10000; ++count) flood += "AUTH\r\n";
   flooder.send(flood);
   EXPECT_LT(flooder.readToEnd(), 1000u);
+  EXPECT_TRUE(log_.has("kMaximumRejections"));
 }
 
 TEST_F(HostileExchanges, AnEndlessLineEnds) {
-  auto flooder = peer();
+  auto flooder = RawPeer::asUser(user_, service_.socketPath());
   flooder.send("\0AUTH EXTERNAL "sv);
   while (flooder.send(std::string(4096, '3'))) {
   }
   EXPECT_TRUE(flooder.isClosed());
+  EXPECT_TRUE(log_.has("kMaximumExchangeSize"));
 }
 
 TEST_F(HostileExchanges, APeerThatClosesInTheMiddleOfTheHandshakeIsForgotten) {
