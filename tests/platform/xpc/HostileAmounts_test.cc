@@ -68,6 +68,23 @@ TEST_F(HostileAmounts, UnfinishedMessagesOfOneUserAreBoundedTogether) {
   EXPECT_TRUE(works(other));
 }
 
+TEST_F(HostileAmounts, WhatAConnectionHeldIsGivenBackWhenItEnds) {
+  auto staying = authenticatedAs(user_);
+  std::string part = announce((1 << 20) - 1024) + std::string(900 << 10, '\0');
+  for (int count = 0; count < 12; ++count) {
+    auto leaving = authenticatedAs(user_);
+    ASSERT_TRUE(leaving.send(part));
+    ASSERT_TRUE(eventually([&] { return leaving.isTaken(); }));
+    auto accepted = service_.lastAccepted();
+    Outcome<> ended;
+    accepted->setInvalidationHandler(ended.reply());
+    leaving.close();
+    ended.values();
+  }
+  EXPECT_FALSE(log_.has("kHeldBytesOfOneUser"));
+  EXPECT_TRUE(works(staying));
+}
+
 TEST(HostileAmountsToAHelper, AreReportedWithAHelpersBounds) {
   TroubleLog log;
   TestService helper(Limits::forHelper());

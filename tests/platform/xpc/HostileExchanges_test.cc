@@ -4,6 +4,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include "platform/dbus/MessageReader.h"
@@ -114,6 +117,39 @@ TEST_F(HostileInTime, WhatQueuedUpBehindALongCallIsNotBegunWhenItsSenderIsGone) 
   service_.talker()->openGate();
   ended.values();
   EXPECT_THAT(service_.talker()->notes(), testing::ElementsAre("wants none"));
+}
+
+TEST_F(HostileInTime, AcceptingRestsWhenThereIsNoDescriptorLeft) {
+#ifdef HOIST_SANITIZED
+  GTEST_SKIP() << "a sanitizer takes descriptors to look at memory, and an object for none without";
+#endif
+  constexpr auto kComplaint = "no connection can be accepted at the moment";
+  auto fidget = RawPeer::asUser(user_, service_.socketPath());
+  fidget.send("\0"sv);
+  ASSERT_TRUE(eventually([&] { return fidget.isTaken(); }));
+  FileDescriptor waiting(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = ""};
+  service_.socketPath().copy(address.sun_path, sizeof address.sun_path - 1);
+  rlimit before;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  int lowest = FileDescriptor::duplicate(0).get();
+  rlimit noneLeft{static_cast<rlim_t>(lowest), before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &noneLeft), 0);
+  EXPECT_EQ(::connect(waiting.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_TRUE(eventually([&] { return log_.has(kComplaint); }));
+  // Each is a turn of the listener, in which it would try again.
+  for (int count = 0; count < 5; ++count) {
+    fidget.send("AUTH\r\n");
+    EXPECT_EQ(fidget.readLine(), "REJECTED EXTERNAL");
+  }
+  EXPECT_THAT(log_.linesWith(kComplaint), SizeIs(1));
+  clock_.advance(kAcceptPause);
+  EXPECT_TRUE(eventually([&] { return log_.linesWith(kComplaint).size() == 2; }));
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  clock_.advance(kAcceptPause);
+  RawPeer served(std::move(waiting));
+  served.authenticate();
+  EXPECT_TRUE(works(served));
 }
 
 TEST_F(HostileInTime, ALongPauseBetweenMessagesIsNoOffence) {

@@ -14,6 +14,7 @@
 #include "platform/dbus/SocketIO.h"
 #include "platform/xpc/testing/RawPeer.h"
 #include "platform/xpc/testing/TestService.h"
+#include "platform/xpc/testing/TroubleLog.h"
 
 namespace hoist::xpc {
 namespace {
@@ -142,7 +143,11 @@ TEST(Listener, ClosesAConnectionThatTheDelegateAcceptsButDoesNotResume) {
   TemporaryFolder folder;
   setRuntimeDirectory(folder.path());
   struct Delegate : ListenerDelegate {
-    bool shouldAcceptNewConnection(Listener&, const Ref<Connection>&) override { return true; }
+    bool shouldAcceptNewConnection(Listener&, const Ref<Connection>& connection) override {
+      kept = connection;
+      return true;
+    }
+    Ref<Connection> kept;
   };
   auto delegate = make<Delegate>();
   auto listener = Listener::initWithMachServiceName(TestService::kName);
@@ -231,6 +236,7 @@ TEST(Endpoint, OfAnAnonymousListenerNeedsNoName) {
 }
 
 TEST(Endpoint, IgnoresAndClosesWhateverIsNoRequest) {
+  TroubleLog log;
   TestService service;
   auto endpoint = service.listener()->endpoint();
   auto kept = service.connectToEndpoint();
@@ -268,6 +274,7 @@ TEST(Endpoint, IgnoresAndClosesWhateverIsNoRequest) {
 
   stream.reset();
   EXPECT_TRUE(RawPeer(std::move(other)).isClosed());
+  EXPECT_FALSE(log.has("authenticated")) << "what was passed was taken for a connection";
   EXPECT_TRUE(answers(service.connectToEndpoint()));
   for (auto* mine : {&packets, &otherPackets, &unconnected, &internet}) mine->reset();
   EXPECT_TRUE(eventually([&] { return countDescriptors() <= before; }));
