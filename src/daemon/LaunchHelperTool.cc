@@ -146,6 +146,21 @@ void logFailure(const Exception& exception) {
                                          &exception);
 }
 
+// Raises the exception that is being handled, a failed system call as one of the product's own.
+[[noreturn]] void raiseFailure(const PXFileInfo& file) {
+  try {
+    throw;
+  } catch (const SystemCallError& error) {
+    auto exception = KLException::exceptionWithName("IO", "cannot start helper");
+    exception.setPOSIXErr(error.number(), error.call()).setFileInfo(file);
+    logFailure(exception);
+    exception.raise();
+  } catch (const Exception& exception) {
+    logFailure(exception);
+    throw;
+  }
+}
+
 }  // namespace
 
 bool HelperToolIsInstalledSafely(PXFileInfo& file, uid_t owner, bool requireSetUserID) {
@@ -183,16 +198,9 @@ LaunchedHelper LaunchHelperTool(const HelperLaunch& launch) {
     if (helper.isInBackground) lowerPriority(*helper.task);
     if (couplingService) helper.endpoint = glue.endpointForLaunchedHelper(helper.serviceName);
     return helper;
-  } catch (const SystemCallError& error) {
+  } catch (...) {
     if (couplingService) glue.abandonConnectionWithHelper(startedService);
-    auto exception = KLException::exceptionWithName("IO", "cannot start helper");
-    exception.setPOSIXErr(error.number(), error.call()).setFileInfo(*launch.file);
-    logFailure(exception);
-    exception.raise();
-  } catch (const Exception& exception) {
-    if (couplingService) glue.abandonConnectionWithHelper(startedService);
-    logFailure(exception);
-    throw;
+    raiseFailure(*launch.file);
   }
 }
 

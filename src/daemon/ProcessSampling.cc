@@ -130,7 +130,7 @@ void sampleAndReply(const Ref<const SampleRequest>& request, const xpc::Reply<bo
         runJob(*request, index);
       } catch (const Exception& exception) {
         Logger::logException(exception);
-      } catch (const SystemCallError& error) {
+      } catch (const std::exception& error) {
         Logger::log(classification::Failure, error.what());
       }
       JobCounter::shared().remove(request->user);

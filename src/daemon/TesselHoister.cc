@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/TesselHoister.h"
 
+#include <fmt/format.h>
+
 #include "daemon/HelperRegistry.h"
 #include "daemon/KLHelperGlue.h"
 #include "daemon/LaunchHelperTool.h"
@@ -52,6 +54,9 @@ void TesselHoister::launchPrivilegedHelper(
   } catch (const Exception& exception) {
     Logger::logMessageWithExceptionDetails(classification::Failure, nullptr,
                                            "failed to launch helper", &exception);
+  } catch (const std::exception& error) {
+    Logger::log(classification::Failure,
+                [&] { return fmt::format("failed to launch helper: {}", error.what()); });
   }
   reply(std::move(serviceName), std::move(helper.endpoint));
   // Only now: until here the client and the next launch have waited for the helper. That may have

@@ -143,6 +143,17 @@ pid_t answeredHelper() {
   }
 }
 
+// Lets the time for the endpoint pass once the helper has answered.
+decltype(auto) withoutWaiting(auto&& launch) {
+  TestClock clock(Date(1'700'000'000));
+  std::optional<ClockDriver> driver;
+  std::jthread whenItHasAnswered([&] {
+    answeredHelper();
+    driver.emplace(clock);
+  });
+  return launch();
+}
+
 TEST_F(TheHelper, IsInstalledSafelyAsARegularSetUserIDExecutableOfItsOwner) {
   EXPECT_TRUE(isInstalledSafely(kUser));
   EXPECT_FALSE(isInstalledSafely(kOther));
@@ -257,14 +268,7 @@ TEST_F(TheHelper, HasNoEndpointWhenNothingIsToCouple) {
 TEST_F(TheHelper, HasANameWithoutAnEndpointWhenItDoesNotCoupleInTime) {
   setRunsInBackground(true);
   KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
-  TestClock clock(Date(1'700'000'000));
-  std::optional<ClockDriver> driver;
-  std::thread whenItHasAnswered([&] {
-    answeredHelper();
-    driver.emplace(clock);
-  });
-  const auto& helper = launch("uncoupled");
-  whenItHasAnswered.join();
+  const auto& helper = withoutWaiting([&]() -> auto& { return launch("uncoupled"); });
   EXPECT_EQ(helper.serviceName,
             "helper.uncoupled." + std::to_string(helper.task->processIdentifier()));
   EXPECT_FALSE(helper.endpoint);
@@ -281,6 +285,26 @@ TEST_F(TheHelper, AbandonsTheCouplingWhenItFails) {
   install(0755, kUser);
   failureOf("refuse");
   EXPECT_THAT(logged(), Contains(kAbandonLine + "(null)"));
+}
+
+// Has no memory for the line that no endpoint came.
+class ForgetfulLogger : public RecordingLogger {
+ public:
+  std::optional<std::string> formatMessage(std::string_view message, const LogLineIdentifier& line,
+                                           Classification classification,
+                                           std::string_view name) override {
+    if (message.ends_with("resetting")) throw std::bad_alloc();
+    return RecordingLogger::formatMessage(message, line, classification, name);
+  }
+};
+
+TEST_F(TheHelper, AbandonsTheCouplingWhateverFails) {
+  ScopedDefaultLogger<ForgetfulLogger> logger;
+  KLHelperGlue::shared().setHelperCouplingServiceName("com.kelvo.none");
+  EXPECT_THROW(withoutWaiting([&] { launch("uncoupled"); }), std::bad_alloc);
+  ::kill(answeredHelper(), SIGKILL);
+  EXPECT_EQ(KLHelperGlue::shared().condition(), KLHelperGlue::kIdle);
+  EXPECT_FALSE(KLHelperGlue::shared().turns().user());
 }
 
 TEST_F(TheHelper, HasTheLowPriorityUnlessThePreferenceSaysOtherwise) {
