@@ -85,7 +85,14 @@ Date Logger::logDateReopeningLogger() {
     if (reopenDate_ != due) return now;
     reopenDate_.reset();
   }
-  reopen();
+  try {
+    reopen();
+  } catch (...) {
+    // The next line tries again.
+    SpinLockHolder lock(lock_);
+    reopenDate_ = due;
+    throw;
+  }
   logInLineMessage(classification::Debug, nullptr, "Reopened log file");
   return now;
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 #include "exceptions/KLException.h"
@@ -251,6 +252,25 @@ TEST(Logger, IsReopenedOnceWhereClocksGoBackOverMidnight) {
   logger.logInLineMessage(classification::Plain, nullptr, "before the second midnight");
   EXPECT_EQ(logger.reopened, 0);
   EXPECT_GT(logger.reopenDate(), midnightAgain);
+}
+
+TEST(Logger, ThatCannotBeReopenedIsTriedAgainByTheNextLine) {
+  TestClock clock(Date(1'700'000'000));
+  struct : Logger {
+    void reopen() override {
+      if (isBroken) throw std::runtime_error("no log file");
+      ++reopened;
+    }
+    bool isBroken = true;
+    int reopened = 0;
+  } logger;
+  Date midnight = logger.reopenDate();
+  clock.setDate(midnight);
+  EXPECT_THROW(logger.logDateReopeningLogger(), std::runtime_error);
+  EXPECT_EQ(logger.reopenDate(), midnight);
+  logger.isBroken = false;
+  logger.logDateReopeningLogger();
+  EXPECT_EQ(logger.reopened, 1);
 }
 
 TEST(Logger, LineJustBeforeTheReopenDateDoesNotReopen) {
