@@ -185,6 +185,7 @@ TEST_F(Tool, WrongUsageEndsWithTwo) {
       {"--verify", "--key", "x", bundle_.path()},
       {"--verify", bundle_.path(), "another"},
       {"--verify", "--time-limit", "0", bundle_.path()},
+      {"--sign", "--key", "x", "--cert", "x", "--time-limit", "1", bundle_.path()},
       {"--nonsense", bundle_.path()}};
   for (const auto& arguments : kCases) {
     const auto outcome = codesign(arguments);

@@ -56,8 +56,11 @@ void declare(CLI::App& program, Request& request) {
   program.add_option("--trust", request.trustFolder, "Folder of the trust anchors (*.pem)")
       ->capture_default_str()
       ->needs(verify);
-  program.add_option("--time-limit", request.timeLimit, "Seconds that the run may take")
+  program
+      .add_option("--time-limit", request.timeLimit,
+                  "Seconds that verifying or displaying may take")
       ->capture_default_str()
+      ->excludes(sign)
       ->check(CLI::Range(0.001, 86'400.0));
   program.add_option("BUNDLE", request.bundle, "The application bundle")->required();
 }
