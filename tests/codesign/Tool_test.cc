@@ -206,6 +206,18 @@ TEST_F(Tool, APathThatIsNoBundleIsInvalid) {
   }
 }
 
+TEST_F(Tool, NamesInOneLineTheFileThatItCannotRead) {
+  const auto expectOneLine = [&](const std::vector<std::string>& arguments) {
+    const auto outcome = codesign(arguments);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, MatchesRegex("codesign: [^\n]*no%0Asuch: No such file[^\n]*\n"));
+  };
+  const auto key = identity_ + "/signer.key", certificate = identity_ + "/signer.pem";
+  expectOneLine({"--sign", "--key", "no\nsuch", "--cert", certificate, bundle_.path()});
+  expectOneLine({"--sign", "--key", key, "--cert", "no\nsuch", bundle_.path()});
+  expectOneLine({"--verify", "--trust", "no\nsuch", bundle_.path()});
+}
+
 TEST_F(Tool, EndsWithItsStatusThoughNobodyCanBeTold) {
   for (const char* errors : {"2>/dev/full", "2>&-"}) {
     const auto command = std::string("exec \"$0\" --verify /nonexistent ") + errors;

@@ -19,7 +19,7 @@ namespace hoist::codesign {
 namespace {
 
 [[noreturn]] void refuseFile(const std::string& path, std::string_view reason) {
-  throw Problem(fmt::format("{}: {}", path, reason));
+  throw Problem(path, reason);
 }
 
 // The signer's own files: links and pipes are welcome.

@@ -17,6 +17,7 @@
 
 #include "codesign/Certificates.h"
 #include "codesign/Limits.h"
+#include "codesign/PathText.h"
 #include "codesign/Problem.h"
 #include "codesign/Seal.h"
 #include "platform/Clock.h"
@@ -35,7 +36,7 @@ using VerificationContext = std::unique_ptr<X509_STORE_CTX, FreeWith<X509_STORE_
 constexpr int kSecurityLevel = 2;
 
 [[noreturn]] void refuseFolder(const std::string& path, std::string_view reason) {
-  throw Problem(fmt::format("trust folder: {}: {}", path, reason));
+  throw Problem(fmt::format("trust folder: {}: {}", textOfPath(path), reason));
 }
 
 // Others must not be able to add to what is trusted.
