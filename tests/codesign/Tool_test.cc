@@ -218,6 +218,14 @@ TEST_F(Tool, NamesInOneLineTheFileThatItCannotRead) {
   expectOneLine({"--verify", "--trust", "no\nsuch", bundle_.path()});
 }
 
+TEST_F(Tool, FollowsNoLinkWhenItClearsUpBehindASigningThatWasKilled) {
+  const auto precious = bundle_.folder().write("elsewhere/CodeResources.new", "precious");
+  std::filesystem::create_directory_symlink(bundle_.folder() / "elsewhere",
+                                            bundle_ / std::string(kSealFolder));
+  EXPECT_EQ(sign().status, 1);
+  EXPECT_TRUE(std::filesystem::exists(precious));
+}
+
 TEST_F(Tool, EndsWithItsStatusThoughNobodyCanBeTold) {
   for (const char* errors : {"2>/dev/full", "2>&-"}) {
     const auto command = std::string("exec \"$0\" --verify /nonexistent ") + errors;

@@ -24,11 +24,21 @@ std::string temporaryNameOf(std::string_view path) {
   return nameOf(path) + ".new";
 }
 
+FileDescriptor existingSealFolder(int bundle) {
+  return platform::openBeneath(bundle, std::string(kSealFolder),
+                               O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+}
+
 // A signing that was killed may have left them; they are sealed by nobody.
 void removeLeftovers(int bundle) {
+  FileDescriptor folder;
+  try {
+    folder = existingSealFolder(bundle);
+  } catch (const SystemCallError&) {
+    return;  // there is none yet, or something else that the walk will refuse
+  }
   for (const auto path : {kSealPath, kSignaturePath}) {
-    const auto leftover = std::string(kSealFolder) + '/' + temporaryNameOf(path);
-    unlinkat(bundle, leftover.c_str(), 0);
+    unlinkat(folder.get(), temporaryNameOf(path).c_str(), 0);
   }
 }
 
@@ -44,7 +54,7 @@ Seal sealOf(int bundle) {
 FileDescriptor openSealFolder(int bundle) {
   const std::string path(kSealFolder);
   const bool made = mkdirat(bundle, path.c_str(), kFolderMode) == 0;
-  auto folder = platform::openBeneath(bundle, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  auto folder = existingSealFolder(bundle);
   // Exactly the mode that was sealed, whatever the umask.
   if (made) systemCall("fchmod", [&] { return fchmod(folder.get(), kFolderMode); });
   return folder;
