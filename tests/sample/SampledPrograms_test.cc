@@ -273,6 +273,17 @@ TEST_F(SampledProgram, GetsAFlameGraphOfTheSameSamples) {
   EXPECT_NE(picture.find("kitchen::stir(unsigned int) (in bare)"), picture.npos);
 }
 
+TEST_F(SampledProgram, GetsNoFlameGraphInThePlaceOfItsReport) {
+  folder_.write("report", "old");
+  for (const char* same : {"report", "./report"}) {
+    const Outcome outcome = runSampler({std::to_string(::getpid()), "-file", folder_.path("report"),
+                                        "-flamegraph", folder_.path(same)});
+    EXPECT_EQ(outcome.status, 2) << same;
+    EXPECT_NE(outcome.output.find("cannot be one file"), std::string::npos) << outcome.output;
+  }
+  EXPECT_EQ(folder_.contents("report"), "old");
+}
+
 TEST_F(SampledProgram, IsReportedOnStandardOutputWithoutAFile) {
   Target target("bare");
   const Outcome outcome = runSampler({std::to_string(target.id()), "0.1"});

@@ -71,6 +71,13 @@ void OutputFile::removeIfStillMine() noexcept {
   }
 }
 
+bool OutputFile::isSameFileAs(const OutputFile& other) const {
+  struct stat mine;
+  struct stat theirs;
+  return ::fstat(file_.get(), &mine) == 0 && ::fstat(other.file_.get(), &theirs) == 0 &&
+         mine.st_dev == theirs.st_dev && mine.st_ino == theirs.st_ino;
+}
+
 void OutputFile::replaceContents(std::string_view text) {
   written_ = true;
   if (kind_ != Kind::Stream && retryInterrupted([&] { return ::ftruncate(file_.get(), 0); }) != 0) {

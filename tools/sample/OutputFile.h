@@ -23,6 +23,8 @@ class OutputFile {
   OutputFile& operator=(OutputFile&&) = delete;
   ~OutputFile();
 
+  // Whatever their names.
+  bool isSameFileAs(const OutputFile& other) const;
   // Throws Refusal when the file system does.
   void replaceContents(std::string_view text);
 

@@ -35,6 +35,8 @@ void run(const Options& options) {
       options.reportPath ? OutputFile::open(*options.reportPath) : OutputFile::standardOutput();
   std::optional<OutputFile> picture;
   if (options.flameGraphPath) picture.emplace(OutputFile::open(*options.flameGraphPath));
+  if (picture && picture->isSameFileAs(report))
+    throw UsageError("report and flame graph cannot be one file");
   limitResources(options.duration);
   startWatchdog(options.duration + kTimeForTheReport);
 
