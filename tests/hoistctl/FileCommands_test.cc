@@ -283,6 +283,19 @@ TEST_F(List, FailsOnceWhenMuchOutputCannotBeWritten) {
   }
 }
 
+TEST_F(FileCommands, SayInOneLineWhatIsWrongWhateverTheyWereGiven) {
+  const std::string hostile = "a\n\033[2J";
+  const std::vector<std::vector<std::string>> kCases = {
+      {"ls", hostile},
+      {"status", "--service", hostile},
+      {"status", hostile},
+      {"launch", "-c", "capture", "/tmp", hostile}};
+  for (const auto& arguments : kCases) {
+    EXPECT_THAT(hoistctl(arguments).output, MatchesRegex("hoistctl: [^\033]*a\\\\012[^\n\033]*\n"));
+  }
+  EXPECT_EQ(hoistctlAsJSON({"ls", hostile})["error"], hostile + ": no such folder");
+}
+
 TEST_F(FileCommands, EndAsEverWhenNobodyReadsTheirErrors) {
   folder_.write("x", "");
   struct Case {

@@ -7,6 +7,8 @@
 
 #include <filesystem>
 
+#include "connection/protocols/TesselHoisting.h"
+#include "platform/xpc/Listener.h"
 #include "system/RunningHoist.h"
 
 namespace hoist {
@@ -51,6 +53,56 @@ TEST(Service, StartedWithoutStandardDescriptorsHasThem) {
   }
   hoist->kill();
   hoist->waitUntilExit();
+}
+
+// A service whose texts are meant for the terminal of whoever asks.
+class Forger final : public TesselHoisting, public xpc::ListenerDelegate {
+ public:
+  static constexpr const char* kName = "com.kelvo.forger";
+  static constexpr const char* kText = "1\n\033[2J";
+
+ private:
+  bool shouldAcceptNewConnection(xpc::Listener&, const Ref<xpc::Connection>& connection) override {
+    connection->setExportedInterface(
+        xpc::Interface::interfaceWithProtocol(tesselHoistingProtocol()));
+    connection->setExportedObject(make<Forger>());
+    connection->resume();
+    return true;
+  }
+  void barrierWithCompletion(xpc::Reply<> completion) override { completion(); }
+  void queryComponentVersionWithReply(xpc::Reply<std::string> reply) override { reply(kText); }
+  void queryBuildNumberWithReply(xpc::Reply<std::uint32_t> reply) override { reply(1); }
+  void connectWithEndpoint(xpc::Endpoint, std::string, xpc::Reply<> reply) override { reply(); }
+  void launchPrivilegedHelper(
+      std::string, std::string, std::vector<std::string>,
+      xpc::Reply<std::optional<std::string>, std::optional<xpc::Endpoint>> reply) override {
+    reply(kText, std::nullopt);
+  }
+  void createBootApplicationSupportPathForUser() override {}
+  void asyncSample(std::vector<std::int32_t>, std::vector<std::string>,
+                   xpc::Reply<bool> reply) override {
+    reply(false);
+  }
+};
+
+TEST(Client, LetsNoServiceWriteToTheTerminalWhatControlsIt) {
+  Sandbox::shared();
+  auto forger = make<Forger>();
+  auto listener = xpc::Listener::initWithMachServiceName(Forger::kName);
+  listener->setDelegate(Ref<xpc::ListenerDelegate>(forger));
+  listener->resume();
+  for (const char* command : {"status", "launch -c capture /bin/true"}) {
+    auto output =
+        runProgram("/bin/sh",
+                   {"-c", std::string("exec " HOIST_BUILD_DIR "/bin/hoistctl --service ") +
+                              Forger::kName + " " + command})
+            .output;
+    EXPECT_THAT(output, HasSubstr("1\\012\\033[2J\n"));
+    EXPECT_EQ(output.find('\033'), std::string::npos) << output;
+  }
+  auto status = hoistctl(0, {std::string("--service=") + Forger::kName, "status"});
+  EXPECT_EQ(status.json["componentVersion"], Forger::kText);
+  listener->invalidate();
 }
 
 TEST(Client, EndsWithThreeWhenThereIsNoService) {

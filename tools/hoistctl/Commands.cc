@@ -18,13 +18,13 @@ double microseconds(std::chrono::nanoseconds time) {
 }
 
 void printLaunch(const LaunchedHelper& helper, const std::optional<HelperFacts>& facts) {
-  fmt::print("service name    {}\n", helper.serviceName);
+  fmt::print("service name    {}\n", shown(helper.serviceName));
   if (!facts) {
     fmt::print("endpoint        none: the helper did not publish one in time\n");
     return;
   }
   fmt::print("endpoint        in hand\nbarrier         {:.1f} µs\n", microseconds(facts->barrier));
-  fmt::print("command         {} ({})\n", facts->name, facts->humanReadableName);
+  fmt::print("command         {} ({})\n", shown(facts->name), shown(facts->humanReadableName));
   fmt::print("process         {}{}\n", facts->process, facts->privileged ? ", privileged" : "");
   if (facts->realUser)
     fmt::print("real user       {}\neffective user  {}\n", *facts->realUser, *facts->effectiveUser);
@@ -60,7 +60,7 @@ void addStatusCommand(CLI::App& app, const Common& common) {
                  {"barrierMicroseconds", barrier}});
     } else {
       fmt::print("component version  {}\nbuild number       {}\nbarrier            {:.1f} µs\n",
-                 version, build, barrier);
+                 shown(version), build, barrier);
     }
   });
 }

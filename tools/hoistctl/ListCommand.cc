@@ -27,7 +27,7 @@ struct ListOptions {
 };
 
 [[noreturn]] void refuse(const ListOptions& options, const std::string& reason) {
-  throw CommandError(Failure::Refused, shown(options.folder) + ": " + reason);
+  throw CommandError(Failure::Refused, options.folder + ": " + reason);
 }
 
 // What the file system refuses is said with the path.
@@ -122,7 +122,7 @@ class TreeList {
   void addFailure(const std::string& path, const std::string& reason) {
     failed_ = true;
     if (json_) return folders_.push_back({{"path", path}, {"error", reason}});
-    printToError(fmt::format("hoistctl: {}: {}\n", shown(path), reason));
+    printToError(fmt::format("hoistctl: {}: {}\n", shown(path), shown(reason)));
   }
   void end() const {
     if (json_) printJson(folders_);

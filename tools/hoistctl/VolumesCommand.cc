@@ -89,10 +89,10 @@ void printVolumes(const std::vector<Ref<PXVolumeInfo>>& volumes) {
                {"Identity"},
                {"Mounted on"}});
   for (const auto& volume : volumes) {
-    table.add({shown(volume->cName()), volume->cFilesystemType(), shown(volume->cDeviceName()),
-               sizeText(volume->totalBytes()), sizeText(volume->freeBytes()),
-               sizeText(volume->availableBytes()), volume->syntheticUUID(),
-               shown(volume->cPath())});
+    table.add({shown(volume->cName()), shown(volume->cFilesystemType()),
+               shown(volume->cDeviceName()), sizeText(volume->totalBytes()),
+               sizeText(volume->freeBytes()), sizeText(volume->availableBytes()),
+               volume->syntheticUUID(), shown(volume->cPath())});
   }
   table.print();
 }

@@ -36,7 +36,7 @@ int fail(const hoist::ctl::Common& common, int status, const std::string& messag
                   .dump(2, ' ', false, Json::error_handler_t::replace)
                   .c_str());
   } else {
-    printToError("hoistctl: " + message + "\n");
+    printToError("hoistctl: " + shown(message) + "\n");
   }
   return status;
 }
