@@ -105,6 +105,17 @@ TEST(Client, LetsNoServiceWriteToTheTerminalWhatControlsIt) {
   listener->invalidate();
 }
 
+// The connection must not get the number into which the output is written.
+TEST(Client, FailsWhenItsOutputIsClosed) {
+  RunningHoist hoist;
+  for (const char* closed : {">&-", "<&- >&-"}) {
+    auto result = runProgram(
+        "/bin/sh", {"-c", std::string("exec " HOIST_BUILD_DIR "/bin/hoistctl status ") + closed});
+    EXPECT_EQ(result.status, 1) << closed;
+    EXPECT_EQ(result.output, "hoistctl: the output could not be written\n") << closed;
+  }
+}
+
 TEST(Client, EndsWithThreeWhenThereIsNoService) {
   Sandbox::shared();
   auto result = hoistctl(20001, {"--service=com.kelvo.nobody", "status"});

@@ -5,6 +5,9 @@
 // no sense, 3 when hoist or helper cannot be reached, 4 when the helper's command ended with an
 // exception.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -14,6 +17,9 @@
 #include "hoistctl/Output.h"
 #include "logging/Logger.h"
 #include "platform/Exception.h"
+#include "platform/FileDescriptor.h"
+#include "platform/StandardDescriptors.h"
+#include "platform/SystemCall.h"
 #include "values/product.h"
 
 namespace {
@@ -41,6 +47,17 @@ int fail(const hoist::ctl::Common& common, int status, const std::string& messag
   return status;
 }
 
+// A standard output that is closed stays one that takes nothing, but keeps its number: the
+// connection would get it, and what is printed with it.
+void openStandardDescriptors() {
+  using namespace hoist;
+  bool isClosed = ::fcntl(STDOUT_FILENO, F_GETFD) < 0;
+  platform::openStandardDescriptors();
+  if (!isClosed) return;
+  FileDescriptor unwritable(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  systemCall("dup2", [&] { return ::dup2(unwritable.get(), STDOUT_FILENO); });
+}
+
 // What did not reach its reader was not done: a disk can be full.
 int withOutputWritten(int status) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
@@ -50,6 +67,7 @@ int withOutputWritten(int status) {
 
 int run(int argc, char** argv) {
   using namespace hoist;
+  openStandardDescriptors();
   Logger::setDefaultLogger(make<SilentLogger>());
   ctl::Common common{.serviceName = std::string(product::kHoistServiceName)};
   CLI::App app(
