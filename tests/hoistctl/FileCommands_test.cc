@@ -317,6 +317,15 @@ TEST_F(FileCommands, EndAsEverWhenNobodyReadsTheirErrors) {
   EXPECT_EQ(nowhere.status, 1);
 }
 
+TEST(Sample, SaysWhichProcessesThereCanBe) {
+  for (const char* process : {"0", "-1", "x", "1.5", "2147483648"}) {
+    auto result = hoistctl({"sample", "--", process});
+    EXPECT_EQ(result.status, 2) << process;
+    EXPECT_EQ(result.output, std::string("hoistctl: process: Value ") + process +
+                                 " not in range 1 to 2147483647\n");
+  }
+}
+
 TEST_F(List, FollowsALinkToAFolder) {
   folder_.write("sub/x", "");
   fs::create_symlink("sub", folder_ / "link");

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -171,7 +172,7 @@ void addSampleCommand(CLI::App& app, const Common& common) {
       "sample", "Have the call stacks of processes sampled, all at the same time");
   command->add_option("process", options->processes, "Process identifiers")
       ->required()
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1, INT_MAX));
   command
       ->add_option("-d,--duration", options->duration,
                    "For how many seconds; what the hoist's sampler takes is also the most")
