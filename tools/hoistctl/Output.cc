@@ -3,6 +3,8 @@
 #include "hoistctl/Output.h"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -31,6 +33,14 @@ void printJson(const Json& json) {
 void printToError(std::string_view text) noexcept {
   std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);
+}
+
+std::string_view fitting(std::string_view text, std::size_t column) {
+  winsize size{};
+  std::size_t columns =
+      ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+  // The last one stays free: some terminals wrap as soon as it is written.
+  return cutUTF8(text, columns > column + 1 ? columns - column - 1 : 0);
 }
 
 std::string reasonOf(const Exception& exception) {

@@ -22,6 +22,10 @@ void printJson(const Json& json);
 // has gone. Never throws.
 void printToError(std::string_view text) noexcept;
 
+// The longest beginning of the text that fits into a line of the terminal behind the standard
+// error, after as many columns: a line that wraps could not be written over.
+std::string_view fitting(std::string_view text, std::size_t column = 0);
+
 // What was tried, and what the system said to it.
 std::string reasonOf(const Exception& exception);
 

@@ -33,7 +33,7 @@ ProgressBar::~ProgressBar() {
 
 void ProgressBar::show(const std::string& text) {
   if (!isShown_) return;
-  printToError(kEraseLine + text);
+  printToError(fmt::format("{}{}", kEraseLine, fitting(text)));
 }
 
 }  // namespace hoist::ctl

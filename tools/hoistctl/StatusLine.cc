@@ -3,13 +3,11 @@
 #include "hoistctl/StatusLine.h"
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
 
 #include "hoistctl/Output.h"
-#include "platform/Utf8.h"
 
 namespace hoist::ctl {
 namespace {
@@ -17,11 +15,6 @@ namespace {
 constexpr std::array kSpinner{"⠋", "⠙", "⠹", "⠸", "⠼", "⠴", "⠦", "⠧", "⠇", "⠏"};
 // To the first column; erases the rest of the line.
 constexpr const char* kStartOver = "\r\033[K";
-
-std::size_t columns() {
-  winsize size{};
-  return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
 
 }  // namespace
 
@@ -45,10 +38,9 @@ void StatusLine::show(const std::string& state, const std::string& text) {
       std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start_)
           .count();
   std::string line =
-      fmt::format("{:<10} {:02}:{:02}  {}", state, seconds / 60, seconds % 60, shown(text));
-  // One line, whatever the text: a wrapped one could not be written over.
-  printToError(fmt::format("{}{} {}", kStartOver, kSpinner[shown_++ % kSpinner.size()],
-                           cutUTF8(line, columns() - 3)));
+      fmt::format(" {:<10} {:02}:{:02}  {}", state, seconds / 60, seconds % 60, shown(text));
+  printToError(
+      fmt::format("{}{}{}", kStartOver, kSpinner[shown_++ % kSpinner.size()], fitting(line, 1)));
 }
 
 void StatusLine::clear() {
