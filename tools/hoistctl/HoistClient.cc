@@ -16,6 +16,8 @@
 namespace hoist::ctl {
 namespace {
 
+namespace fs = std::filesystem;
+
 std::chrono::nanoseconds timedBarrier(KLConnection& connection) {
   auto start = std::chrono::steady_clock::now();
   Ref<Error> error;
@@ -79,10 +81,21 @@ LaunchedHelper HoistClient::launch(const std::string& helperPath, const std::str
   return {*serviceName, endpoint};
 }
 
+std::string pathFromHere(const std::string& path) {
+  std::error_code failure;
+  fs::path text = fs::absolute(path, failure);
+  if (failure) return path;
+  if (!text.has_filename()) text = text.parent_path();
+  bool isName = text.filename() != "." && text.filename() != "..";
+  fs::path folder = fs::canonical(isName ? text.parent_path() : text, failure);
+  if (failure) return text.lexically_normal();
+  return isName ? folder / text.filename() : folder;
+}
+
 std::string helperExecutable(const std::string& path) {
   std::error_code failure;
-  std::string absolute = std::filesystem::absolute(path, failure).lexically_normal().string();
-  if (failure || !std::filesystem::is_directory(absolute, failure)) return absolute;
+  std::string absolute = pathFromHere(path);
+  if (!fs::is_directory(absolute, failure)) return absolute;
   auto bundle = platform::Bundle::bundleWithPath(absolute);
   auto executable = bundle ? bundle->executablePath() : std::nullopt;
   if (!executable)

@@ -57,6 +57,11 @@ class HoistClient {
   const Ref<KLServiceConnection> connection_;
 };
 
+// The path for a process that stands elsewhere: absolute, without "." and "..". They are the file
+// system's, not the text's: behind a link, ".." is not the folder of the link. A link at its end
+// stays one.
+std::string pathFromHere(const std::string& path);
+
 // The helper's executable: the path itself, or the main executable of the bundle that it names.
 // Throws CommandError (Usage).
 std::string helperExecutable(const std::string& path);

@@ -68,7 +68,7 @@ struct Sample {
 
 std::vector<Sample> samplesOf(const Options& options) {
   std::vector<Sample> samples;
-  const fs::path folder = fs::absolute(options.reports).lexically_normal();
+  const fs::path folder = pathFromHere(options.reports);
   for (pid_t process : options.processes) {
     const std::string report = folder / fmt::format("sample-{}.txt", process);
     samples.push_back({.process = process, .report = report, .before = FileState::of(report)});
@@ -157,7 +157,7 @@ void runSampleCommand(const Common& common, const Options& options) {
     const auto now = FileState::of(sample.report);
     sample.hasReport = now && now != sample.before;
     if (sample.hasReport && !options.flameGraphs.empty())
-      drawFlameGraph(sample, fs::absolute(options.flameGraphs).lexically_normal());
+      drawFlameGraph(sample, pathFromHere(options.flameGraphs));
   }
   printSamples(common, samples, finished);
   if (!finished || !std::ranges::all_of(samples, &Sample::hasReport))
