@@ -280,6 +280,18 @@ TEST_F(SampleOverTheWire, MayBeShorterAndDrawn) {
   EXPECT_EQ(ctl::samplerOf(sleeper.id()), std::nullopt);
 }
 
+TEST_F(SampleOverTheWire, IsNotDrawnThroughALink) {
+  Sleeper sleeper(kUser);
+  const std::string picture = folder_ + "/sample-" + sleeper.text() + ".svg";
+  fs::create_symlink(precious_, picture);
+  // By root, who might write everywhere.
+  auto result =
+      hoistctl(0, {"sample", sleeper.text(), "--reports=" + folder_, "--flamegraph=" + folder_});
+  EXPECT_EQ(result.status, 0) << result.json << hoist_.log();
+  expectUnharmed();
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(picture)));
+}
+
 // What hoistctl writes to a terminal, which is its standard error.
 std::string shownOnTerminal(std::vector<std::string> arguments) {
   FileDescriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));

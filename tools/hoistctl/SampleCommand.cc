@@ -6,11 +6,13 @@
 // user; a flame graph is drawn here, from the report.
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 
@@ -21,6 +23,8 @@
 #include "hoistctl/ProgressBar.h"
 #include "hoistctl/RunningSampler.h"
 #include "hoistctl/SampleRequest.h"
+#include "platform/FileReading.h"
+#include "platform/SystemCall.h"
 
 namespace hoist::ctl {
 namespace {
@@ -32,6 +36,8 @@ using SteadyClock = std::chrono::steady_clock;
 // How long the hoist's tool samples.
 constexpr double kLongest = 10;
 constexpr Seconds kBetweenLooks{0.05};
+// Bytes; the sampler writes no larger ones.
+constexpr std::uint64_t kLargestReport = 256 << 20;
 
 struct Options {
   std::vector<pid_t> processes;
@@ -116,15 +122,34 @@ bool takeSamples(const Common& common, const Options& options, const std::vector
   return request.finished();
 }
 
+// Others may write to the folders, too: neither a link nor a FIFO of theirs is read or written.
+flamegraph::FlameGraph readReport(const std::string& path) {
+  try {
+    const auto file = platform::openRegularFile(path);
+    const auto bytes = platform::readWhole(file.get(), kLargestReport);
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (auto graph = flamegraph::fromReport(text)) return std::move(*graph);
+  } catch (const SystemCallError& error) {
+    throw CommandError(Failure::Refused, fmt::format("{}: {}", path, errorText(error.number())));
+  }
+  throw CommandError(Failure::Refused, path + ": no whole report");
+}
+
+void writeNewFile(const std::string& path, std::string_view text) {
+  bool made = ::unlink(path.c_str()) == 0 || errno == ENOENT;
+  std::FILE* file = made ? std::fopen(path.c_str(), "wxe") : nullptr;
+  bool written = file && std::fwrite(text.data(), 1, text.size(), file) == text.size();
+  if (file) written = std::fclose(file) == 0 && written;
+  if (!written)
+    throw CommandError(Failure::Refused,
+                       fmt::format("{}: cannot be written: {}", path, errorText(errno)));
+}
+
 void drawFlameGraph(Sample& sample, const fs::path& folder) {
-  std::ifstream file(sample.report, std::ios::binary);
-  const std::string report{std::istreambuf_iterator<char>(file), {}};
-  const auto graph = flamegraph::fromReport(report);
-  if (!graph) throw CommandError(Failure::Refused, sample.report + ": no whole report");
-  sample.flameGraph = folder / fmt::format("sample-{}.svg", sample.process);
-  std::ofstream picture(sample.flameGraph, std::ios::binary | std::ios::trunc);
-  if (!(picture << flamegraph::picture(*graph)).flush())
-    throw CommandError(Failure::Refused, sample.flameGraph + ": cannot be written");
+  const auto graph = readReport(sample.report);
+  const std::string path = folder / fmt::format("sample-{}.svg", sample.process);
+  writeNewFile(path, flamegraph::picture(graph));
+  sample.flameGraph = path;
 }
 
 void printSamples(const Common& common, const std::vector<Sample>& samples, bool finished) {
