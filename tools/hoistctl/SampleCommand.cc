@@ -123,16 +123,14 @@ bool takeSamples(const Common& common, const Options& options, const std::vector
 }
 
 // Others may write to the folders, too: neither a link nor a FIFO of theirs is read or written.
-flamegraph::FlameGraph readReport(const std::string& path) {
+std::string readReport(const std::string& path) {
   try {
     const auto file = platform::openRegularFile(path);
     const auto bytes = platform::readWhole(file.get(), kLargestReport);
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    if (auto graph = flamegraph::fromReport(text)) return std::move(*graph);
+    return {bytes.begin(), bytes.end()};
   } catch (const SystemCallError& error) {
     throw CommandError(Failure::Refused, fmt::format("{}: {}", path, errorText(error.number())));
   }
-  throw CommandError(Failure::Refused, path + ": no whole report");
 }
 
 void writeNewFile(const std::string& path, std::string_view text) {
@@ -146,9 +144,11 @@ void writeNewFile(const std::string& path, std::string_view text) {
 }
 
 void drawFlameGraph(Sample& sample, const fs::path& folder) {
-  const auto graph = readReport(sample.report);
+  const std::string report = readReport(sample.report);
+  const auto graph = flamegraph::fromReport(report);
+  if (!graph) throw CommandError(Failure::Refused, sample.report + ": no whole report");
   const std::string path = folder / fmt::format("sample-{}.svg", sample.process);
-  writeNewFile(path, flamegraph::picture(graph));
+  writeNewFile(path, flamegraph::picture(*graph));
   sample.flameGraph = path;
 }
 
